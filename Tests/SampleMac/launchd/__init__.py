@@ -1,0 +1,1 @@
+"""A launchd for one sample Mac: jobs with real processes, kept by one supervisor process."""
