@@ -1,0 +1,4 @@
+// The compiled part of Asio and Beast, once for the whole program.
+#include <boost/asio/impl/src.hpp>
+#include <boost/asio/ssl/impl/src.hpp>
+#include <boost/beast/src.hpp>

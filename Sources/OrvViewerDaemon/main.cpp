@@ -1,0 +1,5 @@
+#include "OrvViewerShared/AgentProgram.h"
+
+int main(int argumentCount, char** arguments) {
+    return orv::AgentProgram::ofThisProcess(argumentCount, arguments).run();
+}

@@ -1,0 +1,131 @@
+#include <limits>
+
+#include <gtest/gtest.h>
+
+#include "OrvPlatform/Json.h"
+
+namespace orv {
+namespace {
+
+/// What the call's DecodingError says; "no error" when there is none.
+template <typename Call>
+std::string errorOf(Call call) {
+    try {
+        call();
+    } catch (const DecodingError& error) {
+        return error.what();
+    }
+    return "no error";
+}
+
+std::string nestedArrays(std::size_t depth) {
+    return std::string(depth, '[') + std::string(depth, ']');
+}
+
+TEST(JsonTest, readsJson) {
+    const Json value = parseJson(R"( {"a": [1, -2.5, true, null, "ż\u0142\n"]} )");
+    EXPECT_EQ(value["a"][0], 1);
+    EXPECT_EQ(value["a"][1], -2.5);
+    EXPECT_EQ(value["a"][4], "żł\n");
+}
+
+TEST(JsonTest, whatIsNoJsonIsADecodingErrorThatQuotesNothing) {
+    for (const std::string_view bad :
+         {"", " ", "{", "[1,]", "{\"a\":secret}", "nul", "'a'", "{} {}", "\"\x01\"", "\"\xC5\"",
+          "\"\\ud800\"", "[1e999]", "[-1e999]", "01", "+1", ".5", "NaN"}) {
+        EXPECT_THROW(parseJson(bad), DecodingError) << bad;
+    }
+    EXPECT_EQ(errorOf([] { parseJson("{\"a\":secret}"); }), "Not valid JSON at byte 6.");
+    EXPECT_EQ(errorOf([] { parseJson("[1e999]"); }), "A number in the JSON is too large.");
+    EXPECT_THROW(parseJson(std::string_view("{}\0", 3)), DecodingError);
+}
+
+TEST(JsonTest, nestingEndsAt512Levels) {
+    EXPECT_NO_THROW(parseJson(nestedArrays(512)));
+    EXPECT_EQ(errorOf([] { parseJson(nestedArrays(513)); }), "JSON nested deeper than 512 levels.");
+    EXPECT_THROW(parseJson(nestedArrays(10'000)), DecodingError);
+    EXPECT_THROW(parseJson(std::string(1'000'000, '[')), DecodingError);
+    std::string objects;
+    for (int i = 0; i < 513; ++i)
+        objects += "{\"a\":";
+    EXPECT_EQ(errorOf([&] { parseJson(objects); }), "JSON nested deeper than 512 levels.");
+}
+
+TEST(JsonTest, bracketsInTextsAreNoNesting) {
+    const std::string brackets(600, '[');
+    EXPECT_EQ(parseJson("\"" + brackets + "\\\"" + brackets + "\""), brackets + "\"" + brackets);
+    EXPECT_THROW(parseJson("[\"\\\\\"," + nestedArrays(512) + "]"), DecodingError);
+}
+
+TEST(JsonTest, manyNeighboursAreNoNesting) {
+    std::string text = "[";
+    for (int i = 0; i < 1000; ++i)
+        text += "[],";
+    EXPECT_EQ(parseJson(text + "[]]").size(), 1001U);
+}
+
+TEST(JsonTest, filesArePrettyWithSortedKeys) {
+    EXPECT_EQ(prettyJson(Json{{"b", 1}, {"a", {{"z", "ż"}, {"y", Json::array()}}}}),
+              "{\n  \"a\": {\n    \"y\": [],\n    \"z\": \"ż\"\n  },\n  \"b\": 1\n}\n");
+}
+
+TEST(JsonTest, theWireIsOneLineAndValidUtf8) {
+    EXPECT_EQ(compactJson(Json{{"b", "x\ny"}, {"a", "\xC5|\xFF"}}),
+              "{\"a\":\"\uFFFD|\uFFFD\",\"b\":\"x\\ny\"}");
+}
+
+TEST(JsonTest, anIntegerIsWrittenWithoutFractionAndFits64Bits) {
+    EXPECT_EQ(integerValue(parseJson("42")), 42);
+    EXPECT_EQ(integerValue(parseJson("9223372036854775807")),
+              std::numeric_limits<std::int64_t>::max());
+    EXPECT_EQ(integerValue(parseJson("-9223372036854775808")),
+              std::numeric_limits<std::int64_t>::min());
+    EXPECT_EQ(integerValue(parseJson("-0")), 0);
+    for (const char* other :
+         {"9223372036854775808", "-9223372036854775809", "18446744073709551615",
+          "18446744073709551616", "1.0", "1e2", "true", "\"1\"", "null", "[]", "{}"}) {
+        EXPECT_EQ(integerValue(parseJson(other)), std::nullopt) << other;
+    }
+}
+
+TEST(JsonTest, requiredKeysMustBeThereAndOfTheirType) {
+    const Json object = parseJson(R"({"t": "x", "i": 7, "b": false, "n": null})");
+    EXPECT_EQ(requiredText(object, "t"), "x");
+    EXPECT_EQ(requiredInteger(object, "i"), 7);
+    EXPECT_FALSE(requiredBool(object, "b"));
+    EXPECT_EQ(errorOf([&] { requiredText(object, "x"); }), "The key \"x\" is missing.");
+    EXPECT_EQ(errorOf([&] { requiredText(object, "i"); }), "The value of \"i\" is not a text.");
+    EXPECT_EQ(errorOf([&] { requiredText(object, "n"); }), "The value of \"n\" is not a text.");
+    EXPECT_EQ(errorOf([&] { requiredInteger(object, "b"); }),
+              "The value of \"b\" is not a 64-bit integer.");
+    EXPECT_EQ(errorOf([&] { requiredBool(object, "i"); }), "The value of \"i\" is not a Boolean.");
+    EXPECT_EQ(errorOf([] { requiredText(Json::array(), "t"); }), "A JSON object was expected.");
+}
+
+TEST(JsonTest, optionalKeysMayBeMissingOrNullButNotOfAnotherType) {
+    const Json object = parseJson(R"({"t": "x", "i": 7, "b": true, "n": null})");
+    EXPECT_EQ(optionalText(object, "t"), "x");
+    EXPECT_EQ(optionalInteger(object, "i"), 7);
+    EXPECT_EQ(optionalBool(object, "b"), true);
+    for (const char* absent : {"n", "x"}) {
+        EXPECT_EQ(optionalText(object, absent), std::nullopt);
+        EXPECT_EQ(optionalInteger(object, absent), std::nullopt);
+        EXPECT_EQ(optionalBool(object, absent), std::nullopt);
+    }
+    EXPECT_THROW(optionalText(object, "i"), DecodingError);
+    EXPECT_THROW(optionalInteger(object, "t"), DecodingError);
+    EXPECT_THROW(optionalBool(object, "i"), DecodingError);
+    EXPECT_THROW(optionalText("text", "i"), DecodingError);
+}
+
+TEST(JsonTest, aTextIfPresentNeverThrows) {
+    const Json object = parseJson(R"({"t": "x", "i": 7, "n": null})");
+    EXPECT_EQ(textIfPresent(object, "t"), "x");
+    for (const char* other : {"i", "n", "missing"}) {
+        EXPECT_EQ(textIfPresent(object, other), std::nullopt);
+    }
+    EXPECT_EQ(textIfPresent(Json::array(), "t"), std::nullopt);
+}
+
+}  // namespace
+}  // namespace orv
