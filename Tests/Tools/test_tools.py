@@ -1,0 +1,158 @@
+"""The checks must be able to fail: each is given something wrong, in a project of its own."""
+
+import os
+import re
+import shutil
+import subprocess
+from pathlib import Path
+
+import pytest
+
+ROOT = Path(__file__).resolve().parents[2]
+
+on_linux = pytest.mark.skipif(os.uname().sysname != "Linux", reason="the cross check is for Linux")
+
+
+@pytest.fixture
+def project(tmp_path: Path) -> Path:
+    """An empty project with this one's tools and configuration."""
+    folder = tmp_path / "project"
+    folder.mkdir()
+    shutil.copytree(ROOT / "Tools", folder / "Tools", symlinks=True)
+    for name in (".clang-format", ".clang-tidy", ".shellcheckrc"):
+        shutil.copy(ROOT / name, folder)
+    subprocess.run(["git", "init", "-q", folder], check=True)
+    return folder
+
+
+def run(program: Path, *arguments: str, **environment: str) -> subprocess.CompletedProcess:
+    return subprocess.run(
+        [program, *arguments], env={**os.environ, **environment}, stdin=subprocess.DEVNULL,
+        capture_output=True, text=True, check=False, timeout=60,
+    )
+
+
+def write(path: Path, text: str) -> Path:
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_text(text)
+    return path
+
+
+def test_layout_check_finds_an_untracked_file(project: Path):
+    assert run(project / "Tools/format").returncode == 0
+    source = write(project / "Sources/Wide.cpp", "int  wide( ) {return 1;}\n")
+
+    failed = run(project / "Tools/format")
+
+    assert failed.returncode != 0
+    assert "Wide.cpp" in failed.stderr
+    assert run(project / "Tools/format", "--fix").returncode == 0
+    assert source.read_text() == "int wide() {\n    return 1;\n}\n"
+    assert run(project / "Tools/format").returncode == 0
+
+
+def test_shell_check_knows_scripts_by_their_first_line(project: Path):
+    assert run(project / "Tools/shellcheck").returncode == 0, "the tools themselves"
+    write(project / "Sources/Text.cpp", 'auto script = R"(\n#!/bin/sh\nrm -rf $1/*\n)";\n')
+    assert run(project / "Tools/shellcheck").returncode == 0, "not a script"
+    write(project / "helper", '#!/usr/bin/env bash\ncd "$1"\nrm $2\n')
+
+    failed = run(project / "Tools/shellcheck")
+
+    assert failed.returncode != 0
+    assert "In helper line 3" in failed.stdout
+
+
+class Tidied:
+    """A build of one source and its header, and clang-tidy over it."""
+
+    def __init__(self, project: Path, cache: Path):
+        self.project = project
+        self.cache = cache
+        self.source = project / "Sources/One.cpp"
+        self.header = project / "Sources/One.h"
+        write(self.header, "#pragma once\nint one();\n")
+        write(self.source, '#include "One.h"\n\nint one() {\n    return 1;\n}\n')
+        build = project / "build"
+        command = f"clang++-19 -std=c++20 -MD -MF One.o.d -o One.o -c {self.source}"
+        write(build / "compile_commands.json",
+              f'[{{"directory": "{build}", "file": "{self.source}", "command": "{command}"}}]')
+        write(build / "build.ninja",
+              f"rule c\n  command = {command}\n  depfile = One.o.d\n  deps = gcc\n"
+              f"build One.o: c {self.source}\n")
+        self.compile()
+
+    def compile(self):
+        subprocess.run(["ninja", "-C", self.project / "build"], check=True, capture_output=True)
+
+    def tidy(self) -> subprocess.CompletedProcess:
+        return run(self.project / "Tools/tidy", "--build", str(self.project / "build"),
+                   WSPARO_CACHE=str(self.cache))
+
+
+@pytest.fixture
+def tidied(project: Path, tmp_path: Path) -> Tidied:
+    return Tidied(project, tmp_path / "cache")
+
+
+def test_tidy_remembers_a_clean_source_until_it_changes(tidied: Tidied):
+    first, second = tidied.tidy(), tidied.tidy()
+    assert (first.returncode, first.stdout) == (0, "tidy: 1 sources, 1 checked, 0 findings\n")
+    assert (second.returncode, second.stdout) == (0, "tidy: 1 sources, 0 checked, 0 findings\n")
+
+    write(tidied.source, '#include "One.h"\n\nint one() {\n    int Bad = 1;\n    return Bad;\n}\n')
+    for _ in range(2):  # a finding is not forgotten
+        failed = tidied.tidy()
+        assert failed.returncode == 1
+        assert "invalid case style for variable 'Bad'" in failed.stdout
+
+
+def test_tidy_looks_again_when_a_header_changes(tidied: Tidied):
+    assert tidied.tidy().returncode == 0
+    write(tidied.header, "#pragma once\nint one();\nstruct lower {};\n")
+
+    failed = tidied.tidy()
+
+    assert failed.returncode == 1
+    assert "invalid case style for struct 'lower'" in failed.stdout
+
+
+def test_tidy_looks_again_when_its_configuration_changes(tidied: Tidied):
+    assert tidied.tidy().returncode == 0
+    configuration = tidied.project / ".clang-tidy"
+    write(configuration, configuration.read_text().replace("FunctionCase: camelBack", "FunctionCase: UPPER_CASE"))
+    assert tidied.tidy().returncode == 1
+
+
+@on_linux
+def test_every_declared_function_and_constant_gets_into_the_link_stub(project: Path, tmp_path: Path):
+    frameworks = project / "Tools/macos/frameworks"
+    shutil.rmtree(frameworks)
+    write(frameworks / "Sample/Sample.h", """
+        #define CF_EXPORT extern
+        typedef struct { int (*member)(void); } SampleContext;
+        static inline int sampleInline(int value) { int twice = 2 * value; return twice; }
+        CF_EXPORT const SampleRef kSampleConstant;  // extern int notThisOne;
+        CF_EXPORT const void *SamplePointer(const void *value,
+                                            SampleCallBack callBack);
+        extern bool SampleWithError(SampleRef sample, int *error);
+    """)
+    assert run(project / "Tools/macos/make-frameworks", str(tmp_path / "made")).returncode == 0
+
+    stub = (tmp_path / "made/Sample.framework/Sample.tbd").read_text()
+
+    symbols = re.search(r"symbols: \[ (.*?) \]", stub, re.DOTALL)[1]
+    assert re.split(r",\s+", symbols) == ["_SamplePointer", "_SampleWithError", "_kSampleConstant"]
+
+
+@on_linux
+def test_a_compiler_with_other_bytes_than_known_is_never_unpacked(project: Path, tmp_path: Path):
+    write(tmp_path / "bin/npm", "#!/bin/sh\necho other bytes >package.tgz\n").chmod(0o755)
+    cache = tmp_path / "cache"
+
+    failed = run(project / "Tools/macos/fetch-zig", PATH=f"{tmp_path}/bin:{os.environ['PATH']}",
+                 WSPARO_CACHE=str(cache), ZIG="")
+
+    assert failed.returncode == 1
+    assert "is not what was expected" in failed.stderr
+    assert list(cache.iterdir()) == []
