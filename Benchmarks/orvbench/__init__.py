@@ -1,0 +1,1 @@
+"""What every benchmark stands on: a bare helpdesk, the agent on a sample Mac, and measuring."""

@@ -1,0 +1,1 @@
+"""One file a topic; every file here that defines TOPIC is run."""
