@@ -5,25 +5,10 @@
 
 #include <fmt/format.h>
 
+#include "OrvPlatform/AtScopeEnd.h"
 #include "OrvPlatform/Cancellation.h"
 
 namespace orv {
-
-namespace {
-
-template <typename Function>
-class AtScopeEnd {
-public:
-    explicit AtScopeEnd(Function function) : atEnd(std::move(function)) {}
-    ~AtScopeEnd() { atEnd(); }
-    AtScopeEnd(const AtScopeEnd&) = delete;
-    AtScopeEnd& operator=(const AtScopeEnd&) = delete;
-
-private:
-    Function atEnd;
-};
-
-}  // namespace
 
 CommandPipeline::CommandPipeline(Parts given) : parts(std::move(given)) {
 }
