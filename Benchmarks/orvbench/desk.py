@@ -64,6 +64,8 @@ class BenchDesk:
         self.connected = asyncio.Event()
         self.registered = asyncio.Queue[float]()  # when an inventory had arrived
         self.heartbeat_arrivals: list[float] = []  # on the control connection
+        self.chat_arrivals: dict[str, float] = {}  # of each message, by its identifier
+        self.chat_connections: set[str] = set()  # their peers
         self.hello_at = 0.0
         self.request_count = 0
         self.message_count = 0
@@ -77,6 +79,7 @@ class BenchDesk:
             web.get("/api/agent/devices/{uid}/commands/pending", self._pending),
             web.post("/api/agent/device-commands/{id}/status", self._status),
             web.get("/api/agent/control", self._serve_control),
+            web.post("/api/agent/devices/{uid}/chat-messages", self._chat_message),
             web.post("/sink", self._acknowledge),
         ])
         self._runner = web.AppRunner(app, access_log=None)
@@ -189,6 +192,13 @@ class BenchDesk:
             command.final_reports += 1
             if not command.finished.done():
                 command.finished.set_result(None)
+        return _ok()
+
+    async def _chat_message(self, request: web.Request) -> web.Response:
+        self.request_count += 1
+        message = json.loads(await _body(request))
+        self.chat_arrivals[message["client_message_id"]] = time.perf_counter()
+        self.chat_connections.add(str(request.transport.get_extra_info("peername")))
         return _ok()
 
     async def _serve_control(self, request: web.Request) -> web.StreamResponse:
