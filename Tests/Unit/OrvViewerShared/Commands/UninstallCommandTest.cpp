@@ -8,6 +8,7 @@
 #include "Support/FakeClock.h"
 #include "Support/FakeProcessRunner.h"
 #include "Support/TemporaryDirectory.h"
+#include "Support/TestFiles.h"
 #include "Support/TestLoop.h"
 
 namespace orv {
@@ -37,7 +38,7 @@ protected:
 
 TEST_F(UninstallCommandTest, theJobIsTheGoldenOne) {
     EXPECT_EQ(uninstallJob(SystemRoot()),
-              readFile(ORV_TEST_DIRECTORY "/Golden/uninstall-job.sh", 100'000));
+              readFile(testFilePath("Golden/uninstall-job.sh"), 100'000));
 }
 
 TEST_F(UninstallCommandTest, underAnotherRootTheJobStaysBelowIt) {
