@@ -149,10 +149,13 @@ def test_pkill_from_outside_only_reaches_programs_below_the_root(mac):
 
 @inside
 def test_entering_is_quick(mac):
-    shell(mac, "true")
-    before = time.monotonic()
-    assert shell(mac, "true").returncode == 0
-    assert time.monotonic() - before < 0.5
+    took = []
+    for _ in range(5):
+        before = time.monotonic()
+        assert shell(mac, "true").returncode == 0
+        took.append(time.monotonic() - before)
+    # The quickest: the machine may be busy with other tests.
+    assert min(took) < 0.5
 
 
 def test_without_the_right_to_mount_it_says_so(mac):

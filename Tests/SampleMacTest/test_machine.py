@@ -15,12 +15,16 @@ TOOLS = BUILD.parent / "tools"
 
 
 def test_building_is_quick_and_writes_the_settings(tmp_path):
-    before = time.monotonic()
+    before = os.times()
     result = subprocess.run(
         [BUILD, tmp_path / "mac", "--variant", "desktop", "--helpdesk", "https://localhost:8443",
          "--viewer-token", "żeton", "--set", "heartbeatIntervalSeconds=60",
          "--set", "note=not json"], capture_output=True, text=True, check=True)
-    assert time.monotonic() - before < 0.7
+    after = os.times()
+    # Not the time on the wall: other tests run beside this one.
+    work = (after.children_user + after.children_system
+            - before.children_user - before.children_system)
+    assert work < 0.7
     assert result.stdout == f"{tmp_path / 'mac'}\n"
     settings = json.loads((tmp_path / "mac/Library/Application Support/Wsparo Brenvox"
                            / "wsparo.settings.json").read_text())
@@ -135,14 +139,14 @@ def test_a_missing_tool(mac):
 
 
 def test_a_slow_tool_answers_late_and_is_quick_again_when_mended(mac):
-    mac.delay_tool("/usr/bin/uname", 0.15)
+    mac.delay_tool("/usr/bin/uname", 0.6)
     before = time.monotonic()
     assert mac.run("/usr/bin/uname", "-m").stdout == "arm64\n"
-    assert 0.15 <= time.monotonic() - before
+    assert 0.6 <= time.monotonic() - before
     mac.mend_tool("/usr/bin/uname")
     before = time.monotonic()
     mac.run("/usr/bin/uname", "-m")
-    assert time.monotonic() - before < 0.15
+    assert time.monotonic() - before < 0.6
 
 
 def test_the_machines_own_programs_can_be_slow_too(mac):

@@ -231,7 +231,7 @@ def test_an_answering_neighbour(laptop):
 def test_a_silent_neighbour_takes_as_long_as_allowed_in_milliseconds(laptop):
     before = time.monotonic()
     result = laptop.run("/sbin/ping", "-c", "1", "-W", "120", "192.0.2.9")
-    assert 0.12 <= time.monotonic() - before < 1.0
+    assert 0.12 <= time.monotonic() - before < 60, "not in seconds"
     assert result.returncode == 2
     assert "1 packets transmitted, 0 packets received, 100.0% packet loss" in result.stdout
     arp = laptop.run("/usr/sbin/arp", "-n", "192.0.2.9")
