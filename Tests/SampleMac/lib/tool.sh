@@ -13,6 +13,7 @@ printf '%s\037' "$tool" "$@" '
 ' >> "$sample/calls.log"
 
 if [ -e "$sample/faults/$tool" ]; then
+    # shellcheck source=/dev/null
     . "$sample/faults/$tool"
 fi
 
