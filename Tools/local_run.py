@@ -2,26 +2,23 @@
 
 from __future__ import annotations
 
-import calendar
 import os
 import pathlib
 import signal
 import subprocess
 import sys
 import threading
-import time
-from typing import Any, Callable, Iterator
+from typing import Iterator, Optional
 
 REPOSITORY = pathlib.Path(__file__).resolve().parents[1]
 sys.path[:0] = [str(REPOSITORY / "Helpdesk"), str(REPOSITORY / "Tests/SampleMac")]
 
-from helpdesk.client import HelpdeskClient  # noqa: E402
 from helpdesk.process import HelpdeskProcess  # noqa: E402
+from local_check import CheckFailed, LocalCheck  # noqa: E402
 from samplemac import SampleMac  # noqa: E402
 
-AGENT = REPOSITORY / "build/release/wsparo-agent-dev"
+AGENT = pathlib.Path(os.environ.get("ORV_BUILD_DIR", REPOSITORY / "build/release")) / "wsparo-agent-dev"
 LOCAL = REPOSITORY / ".local"
-CHECK_SECONDS = 30.0
 STOP_SECONDS = 3.0
 
 
@@ -31,10 +28,6 @@ class Stopped(Exception):
 
 def say(text: str) -> None:
     print(f"run: {text}", flush=True)
-
-
-def fail(reason: str) -> None:
-    raise SystemExit(f"run: {reason}")
 
 
 def follow(path: pathlib.Path, begin: int, source: str, ended: threading.Event) -> None:
@@ -72,11 +65,13 @@ class LocalRun:
         variables.pop("ORV_VIEWER_SETTINGS_PATH", None)
         self.agent = subprocess.Popen([AGENT, "--root", self.mac.root], env=variables,
                                       stdin=subprocess.DEVNULL, start_new_session=True)
+        self.ended_with: Optional[int] = None  # by itself, before we stopped it
 
     def __enter__(self) -> LocalRun:
         return self
 
     def __exit__(self, *_: object) -> None:
+        self.ended_with = self.agent.poll()
         self.agent.terminate()
         try:
             self.agent.wait(STOP_SECONDS)
@@ -85,6 +80,9 @@ class LocalRun:
             self.agent.wait()
         self.mac.close()
         self.desk.stop()
+
+    def end_of_the_agent(self) -> str:
+        return "" if self.ended_with is None else f" (the agent ended with exit code {self.ended_with})"
 
     def introduce(self) -> None:
         say(f"the helpdesk listens on {self.desk.url} (CA: {self.desk.ca_file})")
@@ -117,75 +115,6 @@ def run_until_stopped(local: LocalRun) -> int:
             thread.join()
 
 
-class Check:
-    """Lets the agent show what it can, within one deadline for everything."""
-
-    def __init__(self, local: LocalRun, admin: HelpdeskClient) -> None:
-        self._local = local
-        self._admin = admin
-        self._deadline = time.monotonic() + CHECK_SECONDS
-        self._uid = ""
-
-    def run(self) -> None:
-        self._registration()
-        self._control_connection()
-        self._shell_command()
-        self._listing()
-        if violations := self._admin.violations():
-            fail(f"the agent broke the protocol: {violations}")
-
-    def _left(self) -> float:
-        return max(self._deadline - time.monotonic(), 0.1)
-
-    def _registration(self) -> None:
-        started = time.time()
-
-        def is_fresh(device: dict[str, Any]) -> bool:
-            return device["heartbeat_at"] is not None and _seconds(device["heartbeat_at"]) >= started - 2
-
-        device = self._wait("registration and heartbeat",
-                            lambda: self._admin.wait_for_device(until=is_fresh, timeout=self._left()))
-        self._uid = device["uid"]
-        say(f"registered: {device['display_name'] or device['hostname']} uid={self._uid} support id={device['support_id']}")
-        say(f"heartbeat: {device['heartbeat_at']}")
-
-    def _control_connection(self) -> None:
-        self._wait("control connection",
-                   lambda: self._admin.wait_until_connected(self._uid, timeout=self._left()))
-        say("the control connection is open")
-
-    def _shell_command(self) -> None:
-        begin = time.monotonic()
-        result = self._command("shell", {"command": "echo Hello from $(uname -m)"})
-        milliseconds = (time.monotonic() - begin) * 1000
-        say(f"shell over the control connection in {milliseconds:.0f} ms: "
-            f"exit code {result['exit_code']}, {result['stdout'].strip()!r}")
-
-    def _listing(self) -> None:
-        result = self._command("file_list", {"path": "/Applications", "max_items": 10})
-        names = ", ".join(item["name"] for item in result["items"])
-        say(f"listing of {result['path']}: {names}")
-
-    def _command(self, command_type: str, payload: dict[str, Any]) -> dict[str, Any]:
-        command = self._wait(f"result of {command_type}", lambda: self._admin.run_command(
-            self._uid, command_type, payload, timeout=self._left()))
-        if command["status"] != "completed":
-            fail(f"{command_type} ended as {command['status']}: {command['result']}")
-        return command["result"]
-
-    def _wait(self, what: str, wait: Callable[[], Any]) -> Any:
-        try:
-            return wait()
-        except TimeoutError:
-            state = self._local.agent.poll()
-            ended = "" if state is None else f" (the agent ended with exit code {state})"
-            fail(f"no {what} within {CHECK_SECONDS:.0f} s{ended}; see {self._local.log}")
-
-
-def _seconds(text: str) -> float:
-    return calendar.timegm(time.strptime(text, "%Y-%m-%dT%H:%M:%SZ"))
-
-
 def main() -> int:
     def stop(*_: object) -> None:
         raise Stopped
@@ -198,9 +127,12 @@ def main() -> int:
             if sys.argv[1:] != ["--check"]:
                 return run_until_stopped(local)
             with local.desk.client() as admin:
-                Check(local, admin).run()
+                LocalCheck(admin, local.mac, say).run()
             say("all is well")
             return 0
+    except CheckFailed as failure:
+        say(f"{failure}{local.end_of_the_agent()}; see {local.log}")
+        return 1
     except Stopped:
         return 130
 
