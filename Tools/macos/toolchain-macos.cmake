@@ -16,7 +16,7 @@ find_program(CMAKE_INSTALL_NAME_TOOL llvm-install-name-tool-19)  # CMake insists
 
 # ccache cannot tell what hides behind a wrapper: these two files say which compiler and how called.
 file(SHA256 "${here}/zig-path" zig_version)
-file(SHA256 "${here}/bin/macos-c++" wrapper)
+file(SHA256 "${here}/bin/macos-tool" wrapper)
 set(ORV_CCACHE_COMPILER CCACHE_COMPILERTYPE=clang "CCACHE_COMPILERCHECK=string:${zig_version}${wrapper}")
 
 # No SDK to look up with xcrun; the compiler wrapper's target decides architecture and oldest system.
