@@ -51,6 +51,19 @@ TEST(PeriodicLoopTest, sleepsFirstAndActsOncePerPeriod) {
     EXPECT_TRUE(task.isDone);
 }
 
+TEST(PeriodicLoopTest, actsOnceForAllThePeriodsThatTheMachineSlept) {
+    FakeClock clock;
+    TestLoop loop(clock);
+    std::vector<std::chrono::nanoseconds> times;
+    BackgroundTask task(loop, periodicLoop(clock, 10s, [&] { return note(times, clock); }));
+    loop.runReady();
+    clock.sleepMachine(8h);
+    loop.runFor(25s);
+    EXPECT_THAT(times, ElementsAre(8h, 8h + 10s, 8h + 20s));
+    task.cancel();
+    loop.runReady();
+}
+
 TEST(PeriodicLoopTest, aPeriodBeyondTheClockCountsAsACentury) {
     FakeClock clock;
     TestLoop loop(clock);
