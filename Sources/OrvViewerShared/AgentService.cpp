@@ -110,7 +110,8 @@ AgentService::Components::Components(ViewerSettings given, AgentEnvironment surr
       updateCommand(updateCheck),
       pipeline({commandTable({registration, ipScanner, notifyCommand, shellCommand, updateCommand,
                               fileCommands, uninstallCommand}),
-                registration, apiClient, environment.logger, [this](std::string reason) {
+                registration, apiClient, environment.logger,
+                [this](std::string reason) {
                     return chatRelay.sendPendingChatMessages(std::move(reason));
                 }}),
       systemWake(environment.timeAsleep) {
