@@ -164,13 +164,14 @@ TEST_F(ControlChannelBusyTest, theEndOfTheProcessInterruptsTheHandlerAndBeginsNo
 TEST_F(ControlChannelBusyTest, aHandlerThatFailsHoldsNothingUp) {
     wakeHandlerFails = true;
     startWith({wakeUp, wakeUp, news(1)});
+    loop.runFor(1ms);
     const std::string failed = "[ERROR] Control WSS wake-up failed: out of luck";
     EXPECT_THAT(log(), ElementsAre(connecting, woken, failed, woken, failed, newsLine(1)));
     EXPECT_THAT(errors, IsEmpty());
 }
 
-TEST_F(ControlChannelBusyTest, tenThousandWakeUpsInARowAreAllActedUpon) {
-    constexpr std::size_t count = 10'000;
+TEST_F(ControlChannelBusyTest, aThousandWakeUpsInARowAreAllActedUpon) {
+    constexpr std::size_t count = 1'000;
     startWith(std::vector<std::string>(count, wakeUp));
     loop.runFor(1s);
     EXPECT_EQ(wakeUps.size(), count);
