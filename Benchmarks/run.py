@@ -22,7 +22,7 @@ sys.path[:0] = [str(REPOSITORY / folder) for folder in
 
 import topics  # noqa: E402
 from orvbench.figures import Row, Surroundings, Topic, load_now, table  # noqa: E402
-from orvbench.network import own_network  # noqa: E402
+from own_network import own_network  # noqa: E402
 
 
 def all_topics() -> dict[str, Topic]:

@@ -145,14 +145,17 @@ class BenchDesk:
         for _ in range(count):
             await self._control.send_str(text)
 
-    async def control_round_trip(self) -> float:
+    async def control_round_trip(self, timeout: float = 60.0) -> float:
         """How long the agent takes to answer on the control connection."""
         assert self._control is not None
         mark = str(next(self._ids)).encode()
-        self._pongs[mark] = asyncio.get_running_loop().create_future()
+        answer = self._pongs[mark] = asyncio.get_running_loop().create_future()
         begin = time.perf_counter()
         await self._control.ping(mark)
-        return await asyncio.wait_for(self._pongs.pop(mark), 60) - begin
+        try:
+            return await asyncio.wait_for(answer, timeout) - begin
+        finally:
+            del self._pongs[mark]
 
     # The wire
 

@@ -4,10 +4,16 @@
 #include <charconv>
 #include <deque>
 #include <optional>
+#include <sys/socket.h>
 #include <utility>
 
 #include <boost/asio/buffer.hpp>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/deferred.hpp>
+#include <boost/asio/error.hpp>
+#include <boost/asio/experimental/parallel_group.hpp>
 #include <boost/asio/redirect_error.hpp>
+#include <boost/asio/this_coro.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <fmt/format.h>
 
@@ -24,6 +30,8 @@ namespace websocket = boost::beast::websocket;
 using boost::system::error_code;
 
 constexpr std::size_t mostWaitingMessages = 64;
+/// A timer that is this late was not late: the machine slept.
+constexpr std::chrono::seconds longestDelay{10};
 
 struct OutgoingFrame {
     enum class Kind { text, ping };
@@ -36,6 +44,15 @@ using OutgoingFramePointer = std::shared_ptr<OutgoingFrame>;
 
 std::string wholeSeconds(std::chrono::nanoseconds duration) {
     return fmt::format("{} s", std::chrono::duration_cast<std::chrono::seconds>(duration).count());
+}
+
+/// What broke a socket that has not been asked to read or write since.
+error_code pendingError(asio::ip::tcp::socket& socket) {
+    int number = 0;
+    socklen_t size = sizeof number;
+    ::getsockopt(socket.native_handle(), SOL_SOCKET, SO_ERROR, &number, &size);
+    if (number == 0) return asio::error::eof;
+    return {number, boost::system::system_category()};
 }
 
 UrlError connectionClosed() {
@@ -63,6 +80,7 @@ struct BeastWebSocketConnection::State : std::enable_shared_from_this<State> {
     /// Why nothing more is sent or read; the first reason stays.
     std::optional<UrlError> ending;
     bool isReadingOver = false;
+    bool isToldToPause = false;
     bool isEndLimited = false;
     KeepAliveFacts facts;
     std::uint64_t lastProbe = 0;
@@ -75,7 +93,10 @@ struct BeastWebSocketConnection::State : std::enable_shared_from_this<State> {
     void fail(UrlError reason);
     void limitTheEnd();
     void controlFrameArrived(websocket::frame_type kind, std::string_view payload);
+    bool hasRoom() const { return !isToldToPause && received.size() < mostWaitingMessages; }
     void somethingArrived() { facts.lastArrival = clock.monotonicNow(); }
+    void machineSlept();
+    void probe(std::chrono::nanoseconds deadline);
     OutgoingFramePointer queue(OutgoingFrame::Kind kind, std::string data);
 
     static Task<WebSocketEvent> receive(std::shared_ptr<State> state);
@@ -85,6 +106,7 @@ struct BeastWebSocketConnection::State : std::enable_shared_from_this<State> {
     static Task<void> readAll(std::shared_ptr<State> state);
     static Task<std::optional<error_code>> readMessage(std::shared_ptr<State> state);
     static Task<void> waitForRoom(std::shared_ptr<State> state);
+    static Task<void> changeOrDeath(std::shared_ptr<State> state);
     static Task<void> writeAll(std::shared_ptr<State> state);
     static Task<error_code> write(std::shared_ptr<State> state, OutgoingFramePointer frame);
     static Task<void> keepAlive(std::shared_ptr<State> state);
@@ -185,13 +207,26 @@ Task<std::optional<error_code>> BeastWebSocketConnection::State::readMessage(
 }
 
 Task<void> BeastWebSocketConnection::State::waitForRoom(std::shared_ptr<State> state) {
-    if (state->received.size() < mostWaitingMessages) co_return;
+    if (state->hasRoom()) co_return;
     state->facts.isReadingPaused = true;
-    while (state->received.size() >= mostWaitingMessages && !state->ending) {
-        co_await state->changed.wait();
-    }
+    while (!state->hasRoom() && !state->ending)
+        co_await changeOrDeath(state);
     state->facts.isReadingPaused = false;
     state->somethingArrived();
+}
+
+/// Without a read under way nothing else would tell that the connection broke.
+Task<void> BeastWebSocketConnection::State::changeOrDeath(std::shared_ptr<State> state) {
+    auto& socket = state->stream->next_layer().next_layer();
+    const asio::any_io_executor executor = co_await asio::this_coro::executor;
+    auto race = asio::experimental::make_parallel_group(
+        socket.async_wait(asio::socket_base::wait_error, asio::deferred),
+        asio::co_spawn(executor, state->changed.wait(), asio::deferred));
+    auto [order, waitFailure, changeFailure] =
+        co_await race.async_wait(asio::experimental::wait_for_one(), asio::use_awaitable);
+    if (order[0] == 0 && !waitFailure && !state->ending) {
+        state->fail(webSocketTransferError(pendingError(socket)));
+    }
 }
 
 Task<void> BeastWebSocketConnection::State::writeAll(std::shared_ptr<State> state) {
@@ -248,7 +283,24 @@ Task<void> BeastWebSocketConnection::State::keepAlive(std::shared_ptr<State> sta
             state->queue(OutgoingFrame::Kind::ping, "");
         }
         co_await state->clock.sleepFor(step.waitAfterwards);
+        const MonotonicTime dueAt = now + step.waitAfterwards;
+        if (state->clock.monotonicNow() > dueAt + longestDelay) state->machineSlept();
     }
+}
+
+/// Nothing could arrive meanwhile, so the silence means nothing; a ping tells.
+void BeastWebSocketConnection::State::machineSlept() {
+    const MonotonicTime now = clock.monotonicNow();
+    facts.lastArrival = facts.lastPing = now;
+    if (facts.writingSince) facts.writingSince = now;
+    probe(times.answerAfterSleepWithin);
+}
+
+void BeastWebSocketConnection::State::probe(std::chrono::nanoseconds deadline) {
+    if (ending) return;
+    const std::uint64_t number = ++lastProbe;
+    queue(OutgoingFrame::Kind::ping, std::to_string(number));
+    tasks->spawn("WebSocket probe", expectAnswer(shared_from_this(), number, deadline));
 }
 
 Task<void> BeastWebSocketConnection::State::expectAnswer(std::shared_ptr<State> state,
@@ -335,11 +387,12 @@ Task<void> BeastWebSocketConnection::State::close(std::shared_ptr<State> state,
     state->tasks->cancel();
 }
 
+void BeastWebSocketConnection::pauseReading(bool isPaused) {
+    if (std::exchange(state->isToldToPause, isPaused) != isPaused) state->changed.notify();
+}
+
 void BeastWebSocketConnection::probe(std::chrono::nanoseconds deadline) {
-    if (state->ending) return;
-    const std::uint64_t number = ++state->lastProbe;
-    state->queue(OutgoingFrame::Kind::ping, std::to_string(number));
-    state->tasks->spawn("WebSocket probe", State::expectAnswer(state, number, deadline));
+    state->probe(deadline);
 }
 
 }  // namespace orv

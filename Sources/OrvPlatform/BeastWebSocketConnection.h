@@ -15,6 +15,7 @@ class TlsWebSocketStream;
 struct WebSocketTimes {
     std::chrono::nanoseconds openWithin = std::chrono::seconds(60);  // look-up to upgrade
     std::chrono::nanoseconds closeWithin = std::chrono::seconds(1);
+    std::chrono::nanoseconds answerAfterSleepWithin = std::chrono::seconds(5);  // the machine's
     KeepAliveTimes keepAlive;
 };
 
@@ -30,6 +31,7 @@ public:
     Task<WebSocketEvent> receive() override;
     Task<void> sendText(std::string text) override;
     Task<void> close(std::uint16_t code) override;
+    void pauseReading(bool isPaused) override;
     void probe(std::chrono::nanoseconds deadline) override;
 
 private:

@@ -68,6 +68,12 @@ void tune(tcp::socket& socket) {
     set(idleOption, 45);  // seconds
     set(TCP_KEEPINTVL, 10);
     set(TCP_KEEPCNT, 3);
+    // What was sent and is not confirmed for so long ends the connection.
+#ifdef TCP_USER_TIMEOUT
+    set(TCP_USER_TIMEOUT, 45'000);  // milliseconds
+#else
+    set(TCP_RXT_CONNDROPTIME, 45);  // seconds
+#endif
 }
 
 }  // namespace

@@ -18,7 +18,8 @@ Task<asio::ip::tcp::socket> connectTcp(std::string host, std::uint16_t port, Clo
 /// Connects to one of the addresses (there must be some). They are tried in their order, the next
 /// one after 250 ms or as soon as the one before has failed, and the first to answer wins: an
 /// address family that leads nowhere costs no more than that. The socket sends at once
-/// (TCP_NODELAY) and probes a silent peer (keep-alive). Throws UrlError with the first reason.
+/// (TCP_NODELAY), probes a silent peer (keep-alive) and gives up one that confirms nothing. Throws
+/// UrlError with the first reason.
 Task<asio::ip::tcp::socket> connectToFirst(std::vector<asio::ip::tcp::endpoint> endpoints,
                                            Clock& clock);
 

@@ -53,6 +53,10 @@ public:
     /// afterwards the connection is closed whatever the other side did.
     virtual Task<void> close(std::uint16_t code) = 0;
 
+    /// For receivers with a queue of their own: nothing more is read while it is full. What was
+    /// under way may still arrive. The end of the connection is noticed nevertheless.
+    virtual void pauseReading(bool isPaused) = 0;
+
     /// Sends a ping at once; the connection is given up (timedOut) when it is not answered within
     /// the deadline. For moments at which a connection is likely to be dead, such as the machine's
     /// waking. Ignored while reading pauses, for no answer could be seen.

@@ -45,6 +45,8 @@ Task<void> ignoringOutcome(Task<AgentOperationOutcome> operation) {
 struct AgentService::Components {
     Components(ViewerSettings given, AgentEnvironment surroundings);
 
+    void lookWhetherTheMachineSlept();
+
     ViewerSettings settings;
     AgentEnvironment environment;
     ViewerStateFile stateFile;
@@ -69,6 +71,7 @@ struct AgentService::Components {
     UpdateLoops updateLoops;
     UpdateCommand updateCommand;
     CommandPipeline pipeline;
+    SystemWake systemWake;
 };
 
 AgentService::Components::Components(ViewerSettings given, AgentEnvironment surroundings)
@@ -107,9 +110,19 @@ AgentService::Components::Components(ViewerSettings given, AgentEnvironment surr
       updateCommand(updateCheck),
       pipeline({commandTable({registration, ipScanner, notifyCommand, shellCommand, updateCommand,
                               fileCommands, uninstallCommand}),
-                registration, apiClient, environment.logger, [this](std::string reason) {
+                registration, apiClient, environment.logger,
+                [this](std::string reason) {
                     return chatRelay.sendPendingChatMessages(std::move(reason));
-                }}) {
+                }}),
+      systemWake(environment.timeAsleep) {
+}
+
+void AgentService::Components::lookWhetherTheMachineSlept() {
+    const auto slept = systemWake.sleptSinceLastLook();
+    if (!slept) return;
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(*slept).count();
+    environment.logger.info(fmt::format("The machine woke after {} s.", seconds));
+    controlChannel.machineWoke();
 }
 
 AgentService::AgentService(ViewerSettings settings, AgentEnvironment environment)
@@ -146,7 +159,12 @@ void AgentService::startLoops(TaskGroup& loops) {
     Components& all = *components;
     const auto everyPeriod = [&](const char* name, std::chrono::seconds period,
                                  std::function<Task<void>()> action) {
-        loops.spawn(name, periodicLoop(all.environment.clock, period, std::move(action)));
+        // Whichever loop is due first after the machine's waking notices it.
+        auto lookAndAct = [&all, action = std::move(action)] {
+            all.lookWhetherTheMachineSlept();
+            return action();
+        };
+        loops.spawn(name, periodicLoop(all.environment.clock, period, std::move(lookAndAct)));
     };
     const std::chrono::seconds chatPeriod{all.settings.chatPollIntervalSeconds};
 

@@ -11,6 +11,7 @@
 #include "OrvPlatform/HttpClient.h"
 #include "OrvPlatform/ProcessRunner.h"
 #include "OrvPlatform/SystemRoot.h"
+#include "OrvPlatform/SystemWake.h"
 #include "OrvPlatform/Task.h"
 #include "OrvPlatform/TaskGroup.h"
 #include "OrvPlatform/WebSocket.h"
@@ -31,6 +32,7 @@ struct AgentEnvironment {
     HostFacts& hostFacts;
     WorkerPool& workers;
     ViewerLogger& logger;
+    SystemWake::Asleep timeAsleep = orv::timeAsleep;
 };
 
 /// Owns the agent's components and its eight loops for the life of the process.

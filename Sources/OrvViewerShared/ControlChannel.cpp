@@ -6,6 +6,7 @@
 #include <variant>
 
 #include <boost/asio/this_coro.hpp>
+#include <fmt/format.h>
 
 #include "OrvPlatform/Cancellation.h"
 #include "OrvViewerShared/ViewerError.h"
@@ -16,6 +17,7 @@ namespace orv {
 namespace {
 
 constexpr std::chrono::seconds identityWait{5};
+constexpr std::chrono::seconds answerAfterWakingWithin{5};
 constexpr std::int64_t longestHeartbeatInterval = 10LL * 365 * 24 * 3600;  // seconds
 
 bool isGoodOrder(WebSocketClosed close) {
@@ -26,22 +28,19 @@ bool isGoodOrder(WebSocketClosed close) {
 
 Task<void> ControlChannel::runForever(IdentityProvider identities, CommandWakeHandler wake) {
     identityProvider = std::move(identities);
-    commandWakeHandler = std::move(wake);
     const asio::any_io_executor executor = co_await asio::this_coro::executor;
-    remoteSessions = std::make_unique<TaskGroup>(
-        executor, [&log = parts.log](const std::string&, const std::exception& error) {
-            log.error(error, "Remote session failed");
+    tasks = std::make_unique<TaskGroup>(
+        executor, [&log = parts.log](const std::string& name, const std::exception& error) {
+            log.error(error, fmt::format("The {} failed", name));
         });
-    std::exception_ptr end;
-    try {
-        co_await reconnectForever();
-    } catch (...) {
-        end = std::current_exception();
-    }
-    co_await asio::this_coro::reset_cancellation_state(asio::disable_cancellation());
-    remoteSessions->cancel();
-    co_await remoteSessions->join();
-    std::rethrow_exception(end);
+    auto startRemoteSession = [this](RemoteSessionRequest request) {
+        tasks->spawn("remote session", parts.remoteSessionHandler(std::move(request)));
+    };
+    inbox = std::make_unique<ControlInbox>(
+        ControlInbox::Parts{parts.log, *tasks, std::move(wake), std::move(startRemoteSession),
+                            [this] { pauseReadingWhileFull(); }});
+    tasks->spawn("control connection", reconnectForever());
+    co_await tasks->join();
 }
 
 Task<void> ControlChannel::reconnectForever() {
@@ -90,6 +89,8 @@ Task<ControlChannel::ServedConnection> ControlChannel::connect(AgentIdentity ide
     const std::shared_ptr<WebSocketConnection> connection =
         co_await parts.connector.connect(std::move(request));
     const MonotonicTime openedAt = parts.clock.monotonicNow();
+    openConnection = connection;
+    pauseReadingWhileFull();
     ServedConnection served;
     std::exception_ptr failure;
     try {
@@ -124,26 +125,25 @@ Task<WebSocketClosed> ControlChannel::serve(std::shared_ptr<WebSocketConnection>
     for (;;) {
         const JsonEvent event = co_await receiveJson(*connection);
         if (const auto* close = std::get_if<WebSocketClosed>(&event)) co_return *close;
-        co_await handle(control::interpret(std::get<Json>(event)));
+        take(control::interpret(std::get<Json>(event)));
     }
 }
 
-Task<void> ControlChannel::handle(control::Message message) {
-    if (std::holds_alternative<control::Ready>(message)) {
-        parts.log.info("Control WSS ready.");
-    } else if (const auto* queued = std::get_if<control::CommandQueued>(&message)) {
-        parts.log.info("Control WSS wake-up received for command type=" + queued->commandType);
-        co_await commandWakeHandler();
-    } else if (const auto* wish = std::get_if<control::RemoteSessionRequested>(&message)) {
-        parts.log.info("Remote session requested: " + wish->request.sessionPublicId);
-        remoteSessions->spawn("remote session", parts.remoteSessionHandler(wish->request));
-    } else if (std::holds_alternative<control::MalformedRemoteSessionRequest>(message)) {
-        parts.log.warn("Malformed remote_session.requested event.");
-    } else if (const auto* rejected = std::get_if<control::Rejected>(&message)) {
+/// A rejection ends the connection that it came over, at once: its command that may still be at
+/// work is no reason to go on with a token that the helpdesk refuses.
+void ControlChannel::take(control::Message message) {
+    if (const auto* rejected = std::get_if<control::Rejected>(&message)) {
         throw ViewerError::http(rejected->status, rejected->detail);
-    } else if (const auto* other = std::get_if<control::Other>(&message)) {
-        parts.log.info("Control WSS message type=" + other->type);
     }
+    inbox->add(std::move(message));
+}
+
+void ControlChannel::machineWoke() {
+    if (const auto connection = openConnection.lock()) connection->probe(answerAfterWakingWithin);
+}
+
+void ControlChannel::pauseReadingWhileFull() {
+    if (const auto connection = openConnection.lock()) connection->pauseReading(inbox->isFull());
 }
 
 Task<void> ControlChannel::controlHeartbeatLoop(std::shared_ptr<WebSocketConnection> connection,

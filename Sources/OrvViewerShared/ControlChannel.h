@@ -11,6 +11,7 @@
 #include "OrvPlatform/TaskGroup.h"
 #include "OrvPlatform/WebSocket.h"
 #include "OrvViewerShared/AgentIdentity.h"
+#include "OrvViewerShared/ControlInbox.h"
 #include "OrvViewerShared/ControlProtocol.h"
 #include "OrvViewerShared/ViewerLogger.h"
 #include "OrvViewerShared/ViewerSettings.h"
@@ -51,11 +52,16 @@ public:
 
     explicit ControlChannel(Parts parts) : parts(std::move(parts)) {}
 
-    /// Ends only when the task is cancelled: the socket is then closed with code 1001, remote
-    /// sessions are cancelled and waited for, and the cancellation error is thrown. Messages are
-    /// handled one after the other; the wake handler is waited for and must not fail. Without an
-    /// identity nothing is opened. To be run once at a time; this object must outlive the task.
+    /// Ends only when the task is cancelled: the socket is then closed with code 1001, the wake
+    /// handler and remote sessions are cancelled and waited for, and the cancellation error is
+    /// thrown. Messages are handled one after the other; the wake handler must not fail. The socket
+    /// is read, kept alive and opened anew while the handler is at work. Without an identity
+    /// nothing is opened. To be run once at a time; this object must outlive the task.
     Task<void> runForever(IdentityProvider identityProvider, CommandWakeHandler commandWakeHandler);
+
+    /// The machine was asleep, and the connection may have died unnoticed: it is asked at once for
+    /// a sign of life and replaced when none comes within 5 s.
+    void machineWoke();
 
 private:
     struct ServedConnection {
@@ -68,16 +74,19 @@ private:
     Task<ServedConnection> connect(AgentIdentity identity);
     Task<WebSocketClosed> serve(std::shared_ptr<WebSocketConnection> connection,
                                 AgentIdentity identity);
-    Task<void> handle(control::Message message);
+    void take(control::Message message);
+    void pauseReadingWhileFull();
     static Task<void> controlHeartbeatLoop(std::shared_ptr<WebSocketConnection> connection,
                                            IdentityProvider identityProvider,
                                            std::chrono::seconds interval, Clock& clock);
 
     Parts parts;
     IdentityProvider identityProvider;
-    CommandWakeHandler commandWakeHandler;
     ReconnectPolicy policy{std::chrono::seconds(parts.settings.controlReconnectMaxSeconds)};
-    std::unique_ptr<TaskGroup> remoteSessions;
+    /// The connecting itself, the wake handler and the remote sessions.
+    std::unique_ptr<TaskGroup> tasks;
+    std::unique_ptr<ControlInbox> inbox;
+    std::weak_ptr<WebSocketConnection> openConnection;
 };
 
 }  // namespace orv

@@ -132,11 +132,27 @@ def test_messages_wait_for_the_one_before_and_keep_their_order(device, admin):
     assert order == [str(number) for number in range(200)]
 
 
+def test_a_connection_that_breaks_while_a_command_runs_is_replaced_before_its_end(device, admin):
+    socket = device.open_socket(admin)
+    gate, identifier = hold_up(device, admin, "replace-gate")
+    admin.send_message(socket["id"], {"type": "said-before-the-break"})
+    admin.socket_action(socket["id"], "ping")
+    device.agent.wait_until(lambda: admin.socket(socket["id"])["pongs"] > socket["pongs"], "pong")
+    admin.socket_action(socket["id"], "reset")
+    again = device.open_socket(admin, after=socket["id"])
+    assert not admin.command(identifier)["final"]
+    gate.touch()
+    assert admin.wait_for_command(identifier)["status"] == "completed"
+    device.agent.wait_for_log("Control WSS message type=said-before-the-break\n")
+    assert device.open_socket(admin)["id"] == again["id"]
+
+
 def test_a_close_in_good_order_is_followed_at_once(device, admin):
     socket = device.open_socket(admin)
+    failures = device.mac.read_log().count("Control WSS disconnected")
     admin.close_socket(socket["id"], 1001)
     device.open_socket(admin, after=socket["id"])
-    assert "Control WSS disconnected" not in device.mac.read_log()
+    assert device.mac.read_log().count("Control WSS disconnected") == failures
 
 
 def test_the_end_of_the_process_is_a_proper_goodbye(start_agent, admin, device_uid):

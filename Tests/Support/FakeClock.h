@@ -27,6 +27,9 @@ public:
     /// Somebody sets the machine's clock; durations go on as before.
     void setWallTime(WallTime time) { wall = time; }
 
+    /// The machine sleeps: time goes by and nobody wakes. Whose time came meanwhile is late.
+    void sleepMachine(std::chrono::nanoseconds span) { moveTo(elapsed + span); }
+
     std::size_t sleepers() const { return sleeping.size(); }
 
     /// Moves to the next sleeper's time and wakes it. False when nobody sleeps, or nobody wakes

@@ -23,6 +23,7 @@ FakeSocket& FakeSocket::closes(std::uint16_t code) {
 }
 
 FakeSocket& FakeSocket::breaks(const UrlError& error) {
+    if (isReadingPaused) incoming.clear();
     incoming.emplace_back(error);
     changed.notify();
     return *this;
@@ -34,7 +35,7 @@ public:
 
     Task<WebSocketEvent> receive() override {
         const auto kept = socket;
-        while (kept->incoming.empty())
+        while (!kept->hasSomethingToReceive())
             co_await kept->changed.wait();
         // A broken connection stays broken.
         if (const auto* error = std::get_if<UrlError>(&kept->incoming.front())) {
@@ -58,7 +59,12 @@ public:
         co_return;
     }
 
-    void probe(std::chrono::nanoseconds) override {}
+    void pauseReading(bool isPaused) override {
+        socket->isReadingPaused = isPaused;
+        socket->changed.notify();
+    }
+
+    void probe(std::chrono::nanoseconds deadline) override { socket->probes.push_back(deadline); }
 
 private:
     std::shared_ptr<FakeSocket> socket;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <deque>
 #include <memory>
 #include <optional>
@@ -22,10 +23,13 @@ public:
     std::vector<std::string> sent;           // by the agent
     std::optional<std::uint16_t> closeCode;  // of the agent's close
     bool refusesToSend = false;
+    bool isReadingPaused = false;
+    std::vector<std::chrono::nanoseconds> probes;  // their deadlines
 
     FakeSocket& says(std::string text);
     FakeSocket& saysInBinary(std::string bytes);
     FakeSocket& closes(std::uint16_t code);
+    /// What was not read because reading was paused is lost with the connection.
     FakeSocket& breaks(const UrlError& error);
 
     /// Messages that the agent has not received yet.
@@ -34,6 +38,11 @@ public:
 private:
     friend class FakeWebSockets;
     friend class FakeConnection;
+    bool hasSomethingToReceive() const {
+        return !incoming.empty() &&
+               (!isReadingPaused || std::holds_alternative<UrlError>(incoming.front()));
+    }
+
     std::deque<std::variant<WebSocketEvent, UrlError>> incoming;
     AsyncEvent changed;
 };

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "OrvPlatform/BeastWebSocketConnection.h"
-#include "OrvPlatform/Cancellation.h"
 #include "Support/WebSocketFixture.h"
+#include "Support/WebSocketScripts.h"
 
 namespace orv::test {
 namespace {
@@ -13,7 +13,6 @@ using namespace std::chrono_literals;
 using Connection = std::shared_ptr<ServerConnection>;
 
 constexpr std::size_t mebibyte = 1024 * 1024;
-constexpr std::uint8_t finText = 0x81;
 constexpr std::uint8_t finBinary = 0x82;
 constexpr std::uint8_t finContinuation = 0x80;
 constexpr std::uint8_t finClose = 0x88;
@@ -43,16 +42,6 @@ Task<void> sendCompressed(Connection connection, std::string text) {
     co_await connection->readToTheEnd();
 }
 
-Task<void> answerPings(Connection connection) {
-    co_await connection->upgrade();
-    co_await connection->readToTheEnd();
-}
-
-Task<void> swallowPings(Connection connection) {
-    co_await connection->upgrade();
-    co_await connection->swallowToTheEnd();
-}
-
 Task<void> neverRead(Connection connection) {
     co_await connection->upgrade();
     co_await connection->tcp().async_wait(asio::ip::tcp::socket::wait_error, asio::use_awaitable);
@@ -74,32 +63,9 @@ Task<void> keepTexts(Connection connection, std::vector<std::string>& texts) {
     }
 }
 
-Task<void> sendNumbered(Connection connection, int count, std::size_t size, int& sent) {
-    co_await connection->upgrade();
-    for (sent = 0; sent < count; ++sent) {
-        std::string text = std::to_string(sent);
-        text.resize(std::max(size, text.size()), ' ');
-        co_await connection->sendRaw(serverFrame(finText, text));
-    }
-    co_await connection->readToTheEnd();
-}
-
-Task<void> receiveInto(Task<WebSocketEvent> receiving, std::vector<std::string>& texts) {
-    const WebSocketEvent event = co_await std::move(receiving);
-    texts.push_back(std::get<WebSocketMessage>(event).data);
-}
-
 /// More than the buffers between here and a server that does not read can hold.
 std::string unsendable() {
     return std::string(16 * mebibyte, 'x');
-}
-
-std::string whatOf(std::exception_ptr error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const std::exception& failure) {
-        return isCancellation(failure) ? "cancelled" : failure.what();
-    }
 }
 
 class BeastWebSocketConnectionTest : public WebSocketFixture {

@@ -2,10 +2,10 @@
 #include <gtest/gtest.h>
 
 #include "OrvPlatform/BeastWebSocket.h"
-#include "OrvPlatform/Cancellation.h"
 #include "Support/ConnectProxy.h"
 #include "Support/TlsTestServer.h"
 #include "Support/WebSocketFixture.h"
+#include "Support/WebSocketScripts.h"
 
 namespace orv::test {
 namespace {
@@ -168,14 +168,6 @@ Task<void> openAndClose(WebSocketConnector& connector, std::string url) {
     WebSocketRequest request;
     request.url = std::move(url);
     co_await connector.connect(std::move(request));
-}
-
-std::string whatOf(std::exception_ptr error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const std::exception& failure) {
-        return isCancellation(failure) ? "cancelled" : failure.what();
-    }
 }
 
 class SilentServerTest : public BeastWebSocketTest,

@@ -10,6 +10,7 @@
 #include "OrvViewerShared/AgentService.h"
 #include "Support/AgentFixture.h"
 #include "Support/FakeProcessRunner.h"
+#include "Support/FakeWebSockets.h"
 
 namespace orv {
 namespace {
@@ -19,18 +20,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
-
-/// A network on which no socket can be opened.
-class NoWebSockets final : public WebSocketConnector {
-public:
-    Task<std::unique_ptr<WebSocketConnection>> connect(WebSocketRequest) override {
-        ++attempts;
-        throw UrlError(UrlErrorCode::cannotConnectToHost, "Connection refused");
-        co_return nullptr;
-    }
-
-    int attempts = 0;
-};
 
 Task<void> note(std::vector<std::chrono::nanoseconds>& times, const FakeClock& clock) {
     times.push_back(clock.monotonicNow().time_since_epoch());
@@ -49,6 +38,19 @@ TEST(PeriodicLoopTest, sleepsFirstAndActsOncePerPeriod) {
     task.cancel();
     loop.runReady();
     EXPECT_TRUE(task.isDone);
+}
+
+TEST(PeriodicLoopTest, actsOnceForAllThePeriodsThatTheMachineSlept) {
+    FakeClock clock;
+    TestLoop loop(clock);
+    std::vector<std::chrono::nanoseconds> times;
+    BackgroundTask task(loop, periodicLoop(clock, 10s, [&] { return note(times, clock); }));
+    loop.runReady();
+    clock.sleepMachine(8h);
+    loop.runFor(25s);
+    EXPECT_THAT(times, ElementsAre(8h, 8h + 10s, 8h + 20s));
+    task.cancel();
+    loop.runReady();
 }
 
 TEST(PeriodicLoopTest, aPeriodBeyondTheClockCountsAsACentury) {
@@ -81,6 +83,7 @@ protected:
         settings.commandPollIntervalSeconds = 600;
         settings.chatPollIntervalSeconds = 5;
         settings.controlReconnectMaxSeconds = 300;
+        webSockets.failure = UrlError(UrlErrorCode::cannotConnectToHost, "Connection refused");
         http.fallback = [this](const HttpRequest& request) -> FakeHttpClient::Answer {
             seen.push_back({clock.monotonicNow().time_since_epoch(), request.url});
             const bool isRegistration = request.url.ends_with("/register");
@@ -91,7 +94,8 @@ protected:
     AgentService& service() {
         if (!built) {
             built.emplace(settings, AgentEnvironment{loop.executor(), root, clock, http, webSockets,
-                                                     processes, hostFacts, workers, logger});
+                                                     processes, hostFacts, workers, logger,
+                                                     [this] { return asleep; }});
         }
         return *built;
     }
@@ -132,7 +136,8 @@ protected:
 
     std::string registrationAnswer = R"({"device_uid":"u","support_id":"7"})";
     std::vector<Seen> seen;
-    NoWebSockets webSockets;
+    FakeWebSockets webSockets{loop.executor()};  // on which none can be opened
+    std::chrono::nanoseconds asleep{0};
     FakeProcessRunner processes{clock};
     SystemHostFacts hostFacts{root};
     WorkerPool workers{0};
@@ -205,8 +210,26 @@ TEST_F(AgentServiceTest, noFailureEndsALoop) {
 TEST_F(AgentServiceTest, theControlChannelIsOpenedAfterTheStartUpExchange) {
     storeRegistration();
     runFor(7s);
-    EXPECT_EQ(webSockets.attempts, 3) << "at once, after 2 s and after 4 s more";
+    EXPECT_EQ(webSockets.requests.size(), 3u) << "at once, after 2 s and after 4 s more";
     EXPECT_EQ(stateFile.load().connectionIssue, AgentConnectionIssue::temporarilyUnavailable);
+}
+
+TEST_F(AgentServiceTest, theControlConnectionIsProbedSoonAfterTheMachineWoke) {
+    storeRegistration();
+    webSockets.failure.reset();
+    BackgroundTask task(loop, service().runForever());
+    loop.runFor(1min);
+    ASSERT_EQ(webSockets.opened.size(), 1u);
+    const auto& probes = webSockets.opened[0]->probes;
+    EXPECT_THAT(probes, testing::IsEmpty());
+    asleep = 1h;
+    loop.runFor(5s);
+    EXPECT_THAT(probes, ElementsAre(5s));
+    EXPECT_THAT(log(), HasSubstr("[INFO] The machine woke after 3600 s.\n"));
+    loop.runFor(1min);
+    EXPECT_EQ(probes.size(), 1u);
+    task.cancel();
+    loop.runReady();
 }
 
 TEST_F(AgentServiceTest, onceSendsBothWhateverBecomesOfTheInventory) {

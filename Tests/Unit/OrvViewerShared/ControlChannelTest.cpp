@@ -1,15 +1,9 @@
-#include <algorithm>
 #include <limits>
-#include <optional>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "OrvPlatform/Cancellation.h"
-#include "OrvViewerShared/AgentConnection.h"
-#include "OrvViewerShared/ControlChannel.h"
-#include "OrvViewerShared/ViewerError.h"
-#include "Support/SocketAgentFixture.h"
+#include "Support/ControlChannelFixture.h"
 
 namespace orv {
 namespace {
@@ -21,103 +15,8 @@ using testing::IsEmpty;
 using testing::Not;
 
 const UrlError refused(UrlErrorCode::cannotConnectToHost, "Connection refused");
-constexpr const char* connecting =
-    "[INFO] Control WSS connecting: wss://desk.example/api/agent/control";
 
-/// A device token until the helpdesk calls it invalid.
-class FakeCredentials final : public ControlCredentials {
-public:
-    std::optional<std::string> deviceToken = "device";
-
-    WebSocketRequest authenticatedWebSocketRequest(std::string url) override {
-        WebSocketRequest request;
-        request.url = std::move(url);
-        request.headers = {
-            {"Authorization", deviceToken ? "Device " + *deviceToken : "Bearer viewer"}};
-        return request;
-    }
-
-    bool recoverInvalidDeviceToken(const std::exception& error) override {
-        if (classify(error) != AgentConnectionIssue::invalidDeviceToken) return false;
-        deviceToken.reset();
-        return true;
-    }
-};
-
-class ControlChannelTest : public SocketAgentFixture {
-protected:
-    FakeCredentials credentials;
-    ViewerSettings settings = defaultSettings();
-    std::optional<AgentIdentity> identity = AgentIdentity{"mac-1", "123 456", "mac.local", "anna"};
-    std::vector<std::string> errors;    // given to the connection error handler
-    std::vector<std::string> sessions;  // remote sessions: "begin id", "end id"
-    std::vector<MonotonicTime> wakeUps;
-    std::chrono::nanoseconds wakeHandlerTakes{0};
-    std::chrono::nanoseconds sessionTakes{0};
-    std::optional<ControlChannel> channel;
-    std::optional<BackgroundTask> running;
-
-    static ViewerSettings defaultSettings() {
-        ViewerSettings made;
-        made.serverBaseUrl = "https://desk.example";
-        made.heartbeatIntervalSeconds = 300;
-        made.controlReconnectMaxSeconds = 60;
-        return made;
-    }
-
-    void start() {
-        const auto handleSession = [this](RemoteSessionRequest request) {
-            return session(request.sessionPublicId);
-        };
-        const auto recordError = [this](const std::exception& error) {
-            errors.emplace_back(error.what());
-        };
-        channel.emplace(ControlChannel::Parts{settings, credentials, sockets, clock, logger,
-                                              handleSession, recordError});
-        running.emplace(
-            loop, channel->runForever([this] { return identity; }, [this] { return wake(); }));
-        loop.runReady();
-    }
-
-    void stop() {
-        running->cancel();
-        loop.runReady();
-    }
-
-    Task<void> wake() {
-        wakeUps.push_back(clock.monotonicNow());
-        co_await clock.sleepFor(wakeHandlerTakes);
-    }
-
-    Task<void> session(std::string id) {
-        sessions.push_back("begin " + id);
-        try {
-            co_await clock.sleepFor(sessionTakes);
-        } catch (const std::exception& error) {
-            sessions.push_back((isCancellation(error) ? "cancelled " : "failed ") + id);
-            throw;
-        }
-        sessions.push_back("end " + id);
-    }
-
-    FakeSocket& socket(std::size_t index = 0) { return *sockets.opened.at(index); }
-
-    /// A connection on which the helpdesk says these from the beginning.
-    void startWith(const std::vector<std::string>& texts) {
-        const auto prepared = sockets.thenOpen();
-        for (const std::string& text : texts)
-            prepared->says(text);
-        start();
-    }
-
-    /// The waits between connections, heartbeats left out.
-    std::vector<std::chrono::nanoseconds> waits() const {
-        std::vector<std::chrono::nanoseconds> result;
-        std::copy_if(clock.sleeps.begin(), clock.sleeps.end(), std::back_inserter(result),
-                     [](std::chrono::nanoseconds sleep) { return sleep != 300s; });
-        return result;
-    }
-};
+class ControlChannelTest : public ControlChannelFixture {};
 
 TEST_F(ControlChannelTest, opensTheControlUrlAuthorisedAndGreets) {
     startWith({R"({"type": "control-ready"})"});
@@ -366,6 +265,31 @@ TEST_F(ControlChannelTest, heartbeatsEndWithTheirConnection) {
     EXPECT_EQ(socket().sent.size(), 1u);
     EXPECT_EQ(socket(1).sent.size(), 1u);
     EXPECT_EQ(clock.sleepers(), 1u);
+}
+
+TEST_F(ControlChannelTest, asksTheOpenConnectionForASignOfLifeWhenTheMachineWakes) {
+    sockets.thenFail(refused);
+    start();
+    channel->machineWoke();
+    loop.runFor(2s);
+    EXPECT_THAT(socket().probes, IsEmpty());
+    channel->machineWoke();
+    EXPECT_THAT(socket().probes, ElementsAre(5s));
+    socket().breaks(UrlError(UrlErrorCode::timedOut, "The server did not answer a ping"));
+    loop.runFor(4s);
+    EXPECT_EQ(sockets.opened.size(), 2u);
+    channel->machineWoke();
+    EXPECT_THAT(socket().probes, ElementsAre(5s));
+    EXPECT_THAT(socket(1).probes, ElementsAre(5s));
+}
+
+TEST_F(ControlChannelTest, anIntervalThatEndedWhileTheMachineSleptGivesOneHeartbeat) {
+    start();
+    clock.sleepMachine(8h);
+    loop.runFor(1s);
+    EXPECT_EQ(socket().sent.size(), 2u);
+    loop.runFor(300s);
+    EXPECT_EQ(socket().sent.size(), 3u);
 }
 
 TEST_F(ControlChannelTest, aBaseUrlThatIsNoneIsAFailureLikeAnother) {
