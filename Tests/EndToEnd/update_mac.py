@@ -12,8 +12,9 @@ import shutil
 import subprocess
 import time
 from pathlib import Path
-from typing import Callable, Optional
+from typing import Any, Callable, Optional, Union
 
+from agent_process import BUILD
 from samplemac import SampleMac
 from samplemac.package import write_package
 
@@ -40,26 +41,37 @@ OLD, NEW = "0.2.55", "0.3.0"
 _GOLDEN = Path(__file__).resolve().parents[1] / "Golden/UpdaterScript.sh"
 _CA_FILE = "/private/etc/test-ca.pem"
 
-# What a version of the agent and of its application do in these tests: say which they are, and run.
-_RUNS = 'exec "/.sample/real/sleep" 100000\n'
+# What a version of the agent and of its application do in most tests: say which they are, and run.
+_RUNS = 'SAMPLE_VERSION={version} exec "/.sample/real/sleep" 100000\n'
 
 
 def program(version: str, runs: str = _RUNS, *, answer: Optional[str] = None) -> str:
     """The text of an executable; `answer` is the command line that answers to --version."""
     return ("#!/bin/sh\n" f"if [ \"$1\" = --version ]; then {answer or f'echo {version}'}; exit; fi\n"
-            + runs)
+            + runs.replace("{version}", version))
 
 
-def write_version(folder: Path, version: str, *, daemon: Optional[str] = None,
-                  app: Optional[str] = None, bundle_version: Optional[str] = None) -> Path:
-    """Everything that a package of this version puts below "/"."""
-    files = {DAEMON: daemon or program(version), APP_PROGRAM: app or program(version)}
-    for path, text in files.items():
+def agent_program(version: str) -> bytes:
+    """The built agent itself. Another version of it differs in nothing but the text of the version,
+    which must be as long as the built one's."""
+    built, old = (BUILD / "WsparoAgent").read_bytes(), f"{OLD}\0".encode()
+    assert old in built and len(version) == len(OLD)
+    return built.replace(old, f"{version}\0".encode())
+
+
+def write_version(folder: Path, version: str, *, daemon: Union[str, bytes, None] = None,
+                  app: Optional[str] = None, bundle_version: Optional[str] = None,
+                  ballast: bytes = b"") -> Path:
+    """Everything that a package of this version puts below "/"; `ballast` makes the application
+    larger."""
+    files = {DAEMON: daemon or program(version), APP_PROGRAM: app or program(version),
+             f"{APP}/Contents/Resources/Ballast": ballast}
+    for path, content in files.items():
         place = folder / path.lstrip("/")
         place.parent.mkdir(parents=True, exist_ok=True)
         # What runs keeps its old file.
         place.unlink(missing_ok=True)
-        place.write_text(text)
+        place.write_bytes(content if isinstance(content, bytes) else content.encode())
         place.chmod(0o755)
     lists = {
         f"{APP}/Contents/Info.plist": {
@@ -80,8 +92,8 @@ def write_version(folder: Path, version: str, *, daemon: Optional[str] = None,
 
 
 def package(folder: Path, version: str, scripts: Optional[dict[str, str]] = None,
-            **parts: Optional[str]) -> bytes:
-    """A package of a version; `parts` as in write_version."""
+            **parts: Any) -> bytes:
+    """A package of a version, as an installer takes it; `parts` as in write_version."""
     payload = folder / f"payload-{version}"
     shutil.rmtree(payload, ignore_errors=True)
     write_version(payload, version, **parts)
@@ -112,7 +124,7 @@ class UpdateMac(SampleMac):
         self.replace_tool("/bin/sleep", '#!/bin/sh\ncase $1 in 3) pause=0.1 ;; *) pause=0.005 ;; esac\n'
                           'exec /.sample/real/sleep "$pause"\n')
 
-    def install(self, version: str = OLD, **parts: str) -> None:
+    def install(self, version: str = OLD, **parts: Any) -> None:
         """The version is installed and runs."""
         self.install_files(version, **parts)
         self.start()
@@ -122,7 +134,7 @@ class UpdateMac(SampleMac):
         self.launchctl("bootstrap", "gui/501", MENU_BAR_JOB)
         assert self.is_running(DAEMON_TARGET)
 
-    def install_files(self, version: str, **parts: str) -> None:
+    def install_files(self, version: str, **parts: Any) -> None:
         """Only the files; what runs goes on running."""
         write_version(self.root, version, **parts)
 
