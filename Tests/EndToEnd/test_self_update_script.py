@@ -100,12 +100,6 @@ def expect_failure(mac: UpdateMac, code: int, message: str, *lines: str, **varia
     return done.stdout
 
 
-def fault(mac: UpdateMac, tool: str, script: str) -> None:
-    """Before every run of the tool, with its arguments."""
-    mac.delay_tool(tool, 0)
-    (mac.sample / "faults" / tool).write_text(script)
-
-
 # The download
 
 @pytest.mark.parametrize(("code", "message"), [
@@ -144,7 +138,7 @@ def test_a_download_that_is_cut_off(unchanged, offer, contents):
 
 def test_a_download_that_leaves_nothing(unchanged):
     unchanged.write_script(url="https://localhost:1/new.pkg", content=b"x")
-    fault(unchanged, "curl", "exit 0\n")
+    unchanged.fault("curl", "exit 0\n")
     expect_failure(unchanged, 40, NOT_WHOLE, "Downloaded package is missing.")
 
 
@@ -171,7 +165,7 @@ def test_a_package_that_changes_between_verification_and_installation(unchanged,
     content = contents()
     unchanged.write_script(url=offer(content), content=content)
     package_place = f"{UPDATES}/Wsparo-Brenvox-macOS-{NEW}.pkg"
-    fault(unchanged, "tar", 'case "$1" in -c*)\n'
+    unchanged.fault("tar", 'case "$1" in -c*)\n'
           f'printf X | "$real/dd" of="{package_place}" conv=notrunc 2> /dev/null\n'
           f'"$real/touch" -d "next year" "{package_place}" ;;\nesac\n')
     unchanged.forget_calls()
@@ -184,7 +178,7 @@ def test_a_package_that_changes_between_verification_and_installation(unchanged,
 def test_a_backup_that_fails(unchanged, offer, contents):
     content = contents()
     unchanged.write_script(url=offer(content), content=content)
-    fault(unchanged, "tar", 'case "$1" in -c*) echo "tar: Write failed" >&2; exit 1 ;; esac\n')
+    unchanged.fault("tar", 'case "$1" in -c*) echo "tar: Write failed" >&2; exit 1 ;; esac\n')
     unchanged.forget_calls()
     expect_failure(unchanged, 1, FAILED, "tar: Write failed",
                    "No previous installation backup to restore.")
@@ -250,7 +244,7 @@ def test_a_bootstrap_that_is_refused_is_tried_again(unchanged, offer, contents):
     unchanged.write_script(url=offer(content), content=content)
     count = unchanged.sample / "refused"
     count.unlink(missing_ok=True)
-    fault(unchanged, "launchctl", 'if [ "$1 $2" = "bootstrap system" ]; then\n'
+    unchanged.fault("launchctl", 'if [ "$1 $2" = "bootstrap system" ]; then\n'
           '    echo x >> "$sample/refused"\n'
           '    [ "$("$real/grep" -c x "$sample/refused")" -gt 4 ] || exit 5\n'
           'fi\n')
@@ -263,7 +257,7 @@ def test_a_bootstrap_that_is_refused_is_tried_again(unchanged, offer, contents):
 def test_a_restore_that_fails_says_so_and_keeps_the_backup(own, offer, contents):
     content = contents(daemon=program("9.9"))
     own.write_script(url=offer(content), content=content)
-    fault(own, "tar", 'case "$1" in -x*) exit 1 ;; esac\n')
+    own.fault("tar", 'case "$1" in -x*) exit 1 ;; esac\n')
     output = expect_failure(own, 43, NOT_HEALTHY, "Could not restore the previous app bundle.",
                             "Previous app bundle was not restored.")
     assert "The previous installation could not be restored. Its backup stays: " in output
@@ -280,7 +274,7 @@ def test_a_restore_that_fails_says_so_and_keeps_the_backup(own, offer, contents)
 def test_a_daemon_that_cannot_be_loaded_again_is_a_restore_that_fails(own, offer, contents):
     content = contents(daemon=program("9.9"))
     own.write_script(url=offer(content), content=content)
-    fault(own, "launchctl", '[ "$1 $2" != "bootstrap system" ] || exit 5\n')
+    own.fault("launchctl", '[ "$1 $2" != "bootstrap system" ] || exit 5\n')
     expect_failure(own, 43, NOT_HEALTHY, "Could not load the previous daemon.")
     own.mend_tool("launchctl")
     new = contents()
@@ -293,15 +287,8 @@ def test_a_daemon_that_cannot_be_loaded_again_is_a_restore_that_fails(own, offer
 # An earlier run that was killed
 
 def left_backup(mac: UpdateMac, offer, contents) -> Path:
-    """The Mac as a run leaves it that is killed while the installer is at work."""
     content = contents()
-    mac.write_script(url=offer(content), content=content)
-    fault(mac, "installer", f'"$real/rm" -rf "{APP}/Contents/MacOS"\nkill -9 "$PPID"\nexit 1\n')
-    assert mac.run_script().returncode == -9
-    mac.mend_tool("installer")
-    backup, = mac.place(BACKUPS).iterdir()
-    assert mac.version_of(APP_PROGRAM) == ""
-    return backup
+    return mac.leave_half_installed(offer(content), content)
 
 
 def test_an_interrupted_installation_is_undone_before_anything_else(own, offer, contents):
@@ -439,7 +426,7 @@ def test_what_others_plant_in_the_runtime_folder_is_replaced_not_used(own, offer
             own.place(RUNTIME).mkdir(exist_ok=True)
             plant(own.place(target))
             own.write_script(url="https://localhost:1/new.pkg", content=b"x")
-            fault(own, "curl", "exit 7\n")
+            own.fault("curl", "exit 7\n")
             expect_failure(own, 7, NO_CONNECTION)
             assert not own.place(STATUS).is_symlink(), name
             assert precious.read_text() == "precious" and os.listdir(folder) == [], name
@@ -450,7 +437,7 @@ def test_the_status_is_followed_by_the_user_step_by_step(own, offer, contents):
     content = contents()
     own.write_script(url=offer(content), content=content)
     for tool in ("curl", "installer"):
-        fault(own, tool, f'"$real/cat" "$root{STATUS}" > "$root/Library/{tool}"\n')
+        own.fault(tool, f'"$real/cat" "$root{STATUS}" > "$root/Library/{tool}"\n')
     assert own.run_script().returncode == 0
     seen = {tool: json.loads(own.place(f"/Library/{tool}").read_text())
             for tool in ("curl", "installer")}

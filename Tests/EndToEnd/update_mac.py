@@ -172,6 +172,23 @@ class UpdateMac(SampleMac):
                           stdout=subprocess.PIPE, capture_output=False, timeout=60,
                           env={**os.environ, **self._environment(), **variables})
 
+    def leave_half_installed(self, url: str, content: bytes) -> Path:
+        """As a run leaves it that is killed while its installer is at work; the backup's folder."""
+        self.write_script(url=url, content=content)
+        self.fault("installer", f'"$real/rm" -rf "{APP}/Contents/MacOS"\n'
+                   f'"$real/rm" -f "{DAEMON}"\nprintf half > "{DAEMON}"\n'
+                   'kill -9 "$PPID"\nexit 1\n')
+        assert self.run_script().returncode == -9
+        self.mend_tool("installer")
+        backup, = self.place(BACKUPS).iterdir()
+        assert self.versions() == ("", "")
+        return backup
+
+    def fault(self, tool: str, script: str) -> None:
+        """Before every run of the tool, with its arguments."""
+        self.delay_tool(tool, 0)
+        (self.sample / "faults" / tool).write_text(script)
+
     # What has become of it
 
     def is_running(self, target: str) -> bool:
@@ -191,6 +208,17 @@ class UpdateMac(SampleMac):
 
     def versions(self) -> tuple[str, str]:
         return self.version_of(APP_PROGRAM), self.version_of(DAEMON)
+
+    def running_version(self) -> str:
+        """Of the daemon's process, when it is one that `program` has made; empty without one."""
+        pid = re.search(r"\n\tpid = (\d+)\n",
+                        self.run("/bin/launchctl", "print", DAEMON_TARGET).stdout)
+        try:
+            environment = Path(f"/proc/{pid[1]}/environ").read_text() if pid else ""
+        except (FileNotFoundError, ProcessLookupError):
+            return ""
+        found = re.search(r"(?:^|\0)SAMPLE_VERSION=([^\0]*)", environment)
+        return found[1] if found else ""
 
     def wait_until(self, look: Callable, what: str, timeout: float = 30.0):
         deadline = time.monotonic() + timeout
