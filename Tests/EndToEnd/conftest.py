@@ -18,6 +18,7 @@ from device import Device, device_uid_of, give_identity  # noqa: E402
 from helpdesk.client import HelpdeskClient  # noqa: E402
 from helpdesk.process import HelpdeskProcess  # noqa: E402
 from samplemac import SampleMac  # noqa: E402
+from update_mac import NEW, package  # noqa: E402
 
 
 def pytest_configure(config: pytest.Config) -> None:
@@ -111,3 +112,26 @@ def device(tmp_path_factory: pytest.TempPathFactory, desk: HelpdeskProcess,
         shared.agent.stop()
     finally:
         shared.stop()
+
+
+@pytest.fixture(scope="module")
+def contents(tmp_path_factory) -> Callable[..., bytes]:
+    """contents(**parts) is a package of the new version."""
+    folder = tmp_path_factory.mktemp("packages")
+    return lambda version=NEW, **parts: package(folder, version, **parts)
+
+
+@pytest.fixture
+def offer(admin, desk) -> Iterator[Callable[..., str]]:
+    """offer(content) publishes a package and is its URL; `serving` as the helpdesk has it."""
+    published = []
+
+    def publish(content: bytes, serving: dict | None = None) -> str:
+        published.append(admin.publish_package(content, NEW))
+        if serving:
+            admin.change_package(published[-1], serving=serving)
+        return f"{desk.url}/packages/{published[-1]}/new.pkg"
+
+    yield publish
+    for number in published:
+        admin.withdraw_package(number)

@@ -14,14 +14,13 @@ import pytest
 from device import device_uid_of, give_identity
 from update_mac import (APP, BACKUPS, DAEMON_TARGET, JOB, LOG, MENU_BAR_TARGET, OLD, REQUEST, RUNTIME,
                         STATUS, SUPPORT, UPDATER_TARGET, UpdateMac, agent_program, package, program)
+from update_outcomes import NOT_HEALTHY, WRONG_HASH, WRONG_SIZE
 
 pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="needs root to enter the sample Mac")
 
 NEW = "0.2.56"
 ANNA = 501
 UNDER_WAY = "Aktualizacja jest już w toku."
-NOT_HEALTHY = ("Aktualizacja została zainstalowana, ale nowa aplikacja nie przeszła kontroli "
-               "uruchomienia. Przywrócono poprzednią wersję.")
 
 
 class AgentMac(UpdateMac):
@@ -216,10 +215,7 @@ def test_a_new_version_that_does_not_run_gives_way_to_the_old_one(mac, admin, pu
 
 
 @pytest.mark.parametrize(("manifest", "message"), [
-    ({"sha256": "0" * 64}, "Aktualizacja została przerwana: kontrola SHA-256 pobranej paczki nie "
-                           "powiodła się."),
-    ({"size_bytes": 5}, "Aktualizacja została przerwana: rozmiar pobranej paczki nie zgadza się z "
-                        "manifestem serwera."),
+    ({"sha256": "0" * 64}, WRONG_HASH), ({"size_bytes": 5}, WRONG_SIZE),
 ])
 def test_a_package_that_is_not_the_announced_one(mac, admin, publish, manifest, message):
     admin.change_package(publish(), manifest=manifest)

@@ -8,11 +8,11 @@ import plistlib
 import shutil
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
-from typing import Any, Callable, Iterable, Iterator
+from typing import Any, Callable, Iterable
 
 import pytest
 
-from update_mac import (APP, DAEMON_JOB, MENU_BAR_JOB, NEW, OLD, UpdateMac, package, program)
+from update_mac import APP, DAEMON_JOB, MENU_BAR_JOB, NEW, OLD, UpdateMac, installed, program
 
 pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="needs root to enter the sample Mac")
 
@@ -86,9 +86,7 @@ class Story:
         return ""
 
     def _mac(self, name: str) -> UpdateMac:
-        mac = UpdateMac(self._folder / name, self._desk.ca_file)
-        mac.hurry()
-        mac.install()
+        mac = installed(self._folder / name, self._desk)
         if self.begins_half_installed:
             mac.leave_half_installed(self._url, self._content)
         (mac.sample / "steps.sh").write_text(STEPS)
@@ -109,27 +107,22 @@ def whole_version(mac: UpdateMac) -> str:
     bundle = plistlib.loads(mac.place(f"{APP}/Contents/Info.plist").read_bytes())
     for path in (DAEMON_JOB, MENU_BAR_JOB):
         assert plistlib.loads(mac.place(path).read_bytes())["Label"] == Path(path).stem
-    installed = {*mac.versions(), bundle["CFBundleShortVersionString"]}
-    assert len(installed) == 1, installed
-    version = installed.pop()
+    versions = {*mac.versions(), bundle["CFBundleShortVersionString"]}
+    assert len(versions) == 1, versions
+    version = versions.pop()
     mac.wait_until(lambda: mac.running_version() == version, f"process of {version}", 5)
     return version
 
 
 @pytest.fixture
-def story(tmp_path, desk, admin) -> Iterator[Callable[..., Story]]:
+def story(tmp_path, desk, contents, offer) -> Callable[..., Story]:
     """story(**parts) is about updates to a package of these parts."""
-    published = []
 
     def tell(**parts: Any) -> Story:
-        content = package(tmp_path, NEW, **parts)
-        published.append(admin.publish_package(content, NEW))
-        return Story(tmp_path / "macs", desk, content,
-                     f"{desk.url}/packages/{published[-1]}/new.pkg")
+        content = contents(**parts)
+        return Story(tmp_path / "macs", desk, content, offer(content))
 
-    yield tell
-    for number in published:
-        admin.withdraw_package(number)
+    return tell
 
 
 # Each everywhere takes minutes. Otherwise a few commands of each kind: before and in the backup, the

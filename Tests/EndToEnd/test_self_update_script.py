@@ -6,52 +6,21 @@ from __future__ import annotations
 import json
 import os
 from pathlib import Path
-from typing import Callable, Iterator
+from typing import Iterator
 
 import pytest
 
-from update_mac import (APP, APP_PROGRAM, BACKUPS, DAEMON, DAEMON_JOB, DAEMON_TARGET, JOB,
-                        MENU_BAR_TARGET, NEW, OLD, RUNTIME, SCRIPT, STATUS, UPDATES,
-                        UpdateMac, package, program)
+from update_mac import (APP, APP_PROGRAM, BACKUPS, DAEMON, DAEMON_JOB, DAEMON_TARGET,
+                        MENU_BAR_TARGET, NEW, OLD, RUNTIME, STATUS, UPDATES, UpdateMac, installed, program)
+from update_outcomes import (FAILED, NO_CONNECTION, NOT_HEALTHY, NOT_SERVED, NOT_TRUSTED, NOT_WHOLE,
+                             TOO_SLOW, WRONG_HASH, WRONG_SIZE, expect_failure)
 
 pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="needs root to enter the sample Mac")
-
-NO_CONNECTION = ("Nie udało się pobrać aktualizacji, ponieważ nie można połączyć się z serwerem. "
-                 "Sprawdź Internet i spróbuj ponownie.")
-NOT_SERVED = ("Nie udało się pobrać aktualizacji: serwer nie udostępnił paczki (HTTP 4xx/5xx). "
-              "Spróbuj ponownie później.")
-TOO_SLOW = ("Nie udało się pobrać aktualizacji, ponieważ przekroczono czas oczekiwania na serwer. "
-            "Spróbuj ponownie.")
-NOT_TRUSTED = ("Nie udało się bezpiecznie pobrać aktualizacji. Połączenie HTTPS z serwerem nie "
-               "zostało zweryfikowane.")
-NOT_WHOLE = ("Aktualizacja nie została pobrana w całości. Spróbuj uruchomić aktualizację "
-             "ponownie.")
-WRONG_SIZE = ("Aktualizacja została przerwana: rozmiar pobranej paczki nie zgadza się z "
-              "manifestem serwera.")
-WRONG_HASH = ("Aktualizacja została przerwana: kontrola SHA-256 pobranej paczki nie powiodła się.")
-NOT_HEALTHY = ("Aktualizacja została zainstalowana, ale nowa aplikacja nie przeszła kontroli "
-               "uruchomienia. Przywrócono poprzednią wersję.")
-FAILED = "Aktualizacja nie powiodła się. Szczegóły są w logu aktualizacji."
-
-
-@pytest.fixture(scope="module")
-def contents(tmp_path_factory) -> Callable[..., bytes]:
-    """contents(**parts) is a package of the new version."""
-    folder = tmp_path_factory.mktemp("packages")
-    return lambda version=NEW, **parts: package(folder, version, **parts)
-
-
-def made(path: Path, desk) -> UpdateMac:
-    mac = UpdateMac(path, desk.ca_file)
-    mac.hurry()
-    mac.install()
-    return mac
-
 
 @pytest.fixture(scope="module")
 def shared(tmp_path_factory, desk) -> Iterator[UpdateMac]:
     """Where updates fail: each leaves it as it found it."""
-    with made(tmp_path_factory.mktemp("macs") / "shared", desk) as mac:
+    with installed(tmp_path_factory.mktemp("macs") / "shared", desk) as mac:
         yield mac
 
 
@@ -68,36 +37,8 @@ def unchanged(shared: UpdateMac) -> Iterator[UpdateMac]:
 @pytest.fixture
 def own(tmp_path: Path, desk) -> Iterator[UpdateMac]:
     """A Mac that the test may change."""
-    with made(tmp_path / "mac", desk) as mac:
+    with installed(tmp_path / "mac", desk) as mac:
         yield mac
-
-
-@pytest.fixture
-def offer(admin, desk) -> Iterator[Callable[..., str]]:
-    """offer(content) publishes a package and is its URL; `serving` as the helpdesk has it."""
-    published = []
-
-    def publish(content: bytes, serving: dict | None = None) -> str:
-        published.append(admin.publish_package(content, NEW))
-        if serving:
-            admin.change_package(published[-1], serving=serving)
-        return f"{desk.url}/packages/{published[-1]}/new.pkg"
-
-    yield publish
-    for number in published:
-        admin.withdraw_package(number)
-
-
-def expect_failure(mac: UpdateMac, code: int, message: str, *lines: str, **variables: str) -> str:
-    done = mac.run_script(**variables)
-    assert done.returncode == code, done.stdout
-    status = mac.status()
-    assert (status["phase"], status["message"]) == ("failed", message), done.stdout
-    assert (status["currentVersion"], status["availableVersion"]) == (OLD, NEW)
-    for line in lines:
-        assert f"{line}\n" in done.stdout, done.stdout
-    assert not mac.place(SCRIPT).exists() and not mac.place(JOB).exists()
-    return done.stdout
 
 
 # The download

@@ -242,3 +242,11 @@ class UpdateMac(SampleMac):
         assert sorted(os.listdir(self.place(RUNTIME))) == ["update-status.json"]
         assert self.place(STATUS).stat().st_mode & 0o777 == 0o666
         assert self.place(RUNTIME).stat().st_mode & 0o7777 == 0o1777
+
+
+def installed(path: Path, desk: Any) -> UpdateMac:
+    """In a hurry, with the old version running."""
+    mac = UpdateMac(path, desk.ca_file)
+    mac.hurry()
+    mac.install()
+    return mac
