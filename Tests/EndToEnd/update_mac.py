@@ -116,8 +116,11 @@ class UpdateMac(SampleMac):
 
     @staticmethod
     def _environment() -> dict[str, str]:
+        """What launchd's jobs see: whom to trust, and where a sanitizer reports to."""
+        reports = ("ASAN_OPTIONS", "UBSAN_OPTIONS", "ASAN_SYMBOLIZER_PATH")
         return {"CURL_CA_BUNDLE": _CA_FILE, "SSL_CERT_FILE": _CA_FILE,
-                "SSL_CERT_DIR": "/nonexistent"}
+                "SSL_CERT_DIR": "/nonexistent",
+                **{name: os.environ[name] for name in reports if name in os.environ}}
 
     def hurry(self) -> None:
         """The script's pauses get shorter; what they are for happens quickly here."""
