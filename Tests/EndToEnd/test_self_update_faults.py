@@ -15,7 +15,8 @@ from update_mac import (APP_PROGRAM, BACKUPS, MENU_BAR_TARGET, NEW, OLD, UPDATES
                         program)
 from update_outcomes import (FAILED, NO_CONNECTION, NOT_HEALTHY, NOT_TRUSTED, TOO_SLOW, expect_failure)
 
-pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="needs root to enter the sample Mac")
+pytestmark = [pytest.mark.without_agent, pytest.mark.skipif(
+    os.geteuid() != 0, reason="needs root to enter the sample Mac")]
 
 NOT_REACHABLE = "https://localhost:1/new.pkg"
 

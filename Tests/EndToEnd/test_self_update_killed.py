@@ -14,7 +14,8 @@ import pytest
 
 from update_mac import APP, DAEMON_JOB, MENU_BAR_JOB, NEW, OLD, UpdateMac, installed, program
 
-pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="needs root to enter the sample Mac")
+pytestmark = [pytest.mark.without_agent, pytest.mark.skipif(
+    os.geteuid() != 0, reason="needs root to enter the sample Mac")]
 
 NOT_REACHABLE = "https://localhost:1/new.pkg"
 

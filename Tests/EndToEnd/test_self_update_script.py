@@ -11,11 +11,13 @@ from typing import Iterator
 import pytest
 
 from update_mac import (APP, APP_PROGRAM, BACKUPS, DAEMON, DAEMON_JOB, DAEMON_TARGET,
-                        MENU_BAR_TARGET, NEW, OLD, RUNTIME, STATUS, UPDATES, UpdateMac, installed, program)
+                        MENU_BAR_TARGET, NEW, OLD, RUNTIME, SCRIPT, STATUS, UPDATES, UpdateMac,
+                        installed, program)
 from update_outcomes import (FAILED, NO_CONNECTION, NOT_HEALTHY, NOT_SERVED, NOT_TRUSTED, NOT_WHOLE,
                              TOO_SLOW, WRONG_HASH, WRONG_SIZE, expect_failure)
 
-pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="needs root to enter the sample Mac")
+pytestmark = [pytest.mark.without_agent, pytest.mark.skipif(
+    os.geteuid() != 0, reason="needs root to enter the sample Mac")]
 
 @pytest.fixture(scope="module")
 def shared(tmp_path_factory, desk) -> Iterator[UpdateMac]:
@@ -387,3 +389,15 @@ def test_the_status_is_followed_by_the_user_step_by_step(own, offer, contents):
     assert seen["installer"]["phase"] == "installing"
     assert seen["installer"]["message"] == f"Instaluję aktualizację do wersji {NEW}..."
     assert own.place(STATUS).read_text().startswith('{\n  "phase": "installed",\n  "message": "')
+
+
+def test_at_any_other_place_the_script_does_nothing(unchanged):
+    """Such as that of an agent over a folder that only looks like a Mac."""
+    unchanged.write_script(url="https://localhost:1/new.pkg", content=b"x")
+    unchanged.place(SCRIPT).rename(unchanged.place("/Library/moved.sh"))
+    unchanged.forget_calls()
+    done = unchanged.enter("/bin/bash", "/Library/moved.sh")
+    assert (done.returncode, done.stdout) == (64, f"This runs from {SCRIPT} only.\n")
+    assert unchanged.tool_calls() == [] and not unchanged.place(STATUS).exists()
+    unchanged.write_script(url="https://localhost:1/new.pkg", content=b"x")
+    expect_failure(unchanged, 7, NO_CONNECTION)

@@ -14,7 +14,6 @@ import time
 from pathlib import Path
 from typing import Any, Callable, Optional, Union
 
-from agent_process import BUILD
 from samplemac import SampleMac
 from samplemac.package import write_package
 
@@ -22,6 +21,7 @@ SUPPORT = "/Library/Application Support/Wsparo Brenvox"
 RUNTIME = f"{SUPPORT}/runtime"
 STATUS = f"{RUNTIME}/update-status.json"
 REQUEST = f"{RUNTIME}/update-request.json"
+DAILY_CHECK = f"{RUNTIME}/last-automatic-update-check.json"
 UPDATES = f"{SUPPORT}/updates"
 SCRIPT = f"{UPDATES}/wsparo-updater.sh"
 JOB = f"{UPDATES}/pl.brenvox.wsparo.updater.plist"
@@ -49,14 +49,6 @@ def program(version: str, runs: str = _RUNS, *, answer: Optional[str] = None) ->
     """The text of an executable; `answer` is the command line that answers to --version."""
     return ("#!/bin/sh\n" f"if [ \"$1\" = --version ]; then {answer or f'echo {version}'}; exit; fi\n"
             + runs.replace("{version}", version))
-
-
-def agent_program(version: str) -> bytes:
-    """The built agent itself. Another version of it differs in nothing but the text of the version,
-    which must be as long as the built one's."""
-    built, old = (BUILD / "WsparoAgent").read_bytes(), f"{OLD}\0".encode()
-    assert old in built and len(version) == len(OLD)
-    return built.replace(old, f"{version}\0".encode())
 
 
 def write_version(folder: Path, version: str, *, daemon: Union[str, bytes, None] = None,
@@ -242,7 +234,9 @@ class UpdateMac(SampleMac):
         assert not self.place(SCRIPT).exists() and not self.place(JOB).exists()
         assert not self.place(BACKUPS).exists()
         assert os.listdir(self.place(UPDATES)) == []
-        assert sorted(os.listdir(self.place(RUNTIME))) == ["update-status.json"]
+        assert set(os.listdir(self.place(RUNTIME))) - {Path(DAILY_CHECK).name} == {Path(STATUS).name}
+        for path in (DAEMON, DAEMON_JOB, MENU_BAR_JOB):
+            assert not self.place(f"{path}.restored").exists()
         assert self.place(STATUS).stat().st_mode & 0o777 == 0o666
         assert self.place(RUNTIME).stat().st_mode & 0o7777 == 0o1777
 

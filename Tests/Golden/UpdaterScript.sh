@@ -481,6 +481,11 @@ finish() {
 }
 
 main() {
+  # Elsewhere this is another machine's: the paths here mean this one's own installation.
+  if [ "$0" != "$UPDATER_SCRIPT" ]; then
+    echo "This runs from $UPDATER_SCRIPT only."
+    exit 64
+  fi
   echo "==== $(utc_time) $BANNER ===="
   # The message for a failed update sends people there.
   quietly /bin/chmod 644 "$LOG_PATH"
