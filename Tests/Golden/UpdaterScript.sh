@@ -352,6 +352,7 @@ recover_interrupted_installation() {
   BACKUP_DIR="$LEFT_BACKUP"
   BACKUP_APP_ARCHIVE="$BACKUP_DIR/Wsparo-Brenvox-app.tar"
   if restore_previous_installation; then
+    discard_backups
     BACKUP_DIR="$own_backup"
     BACKUP_APP_ARCHIVE="$BACKUP_DIR/Wsparo-Brenvox-app.tar"
   else
