@@ -334,7 +334,7 @@ installation_works() {
 wait_for_left_installer() {
   local turns
   for ((turns = 0; turns < 300; turns++)); do
-    /usr/bin/pkill -0 -f "/usr/sbin/installer -pkg $UPDATE_DIR/" || return 0
+    /usr/bin/pgrep -f "/usr/sbin/installer -pkg $UPDATE_DIR/" > /dev/null || return 0
     /bin/sleep 1
   done
 }
