@@ -70,6 +70,7 @@ class BenchDesk:
         self.request_count = 0
         self.message_count = 0
         self.url = ""
+        self.offered_package: dict[str, Any] = {"version": "", "url": ""}  # as in a manifest
 
     async def start(self) -> None:
         app = web.Application(client_max_size=1 << 30)
@@ -78,6 +79,7 @@ class BenchDesk:
             web.post("/api/agent/devices/heartbeat", self._acknowledge),
             web.get("/api/agent/devices/{uid}/commands/pending", self._pending),
             web.post("/api/agent/device-commands/{id}/status", self._status),
+            web.get("/api/agent/viewer/updates/manifest", self._manifest),
             web.get("/api/agent/control", self._serve_control),
             web.post("/api/agent/devices/{uid}/chat-messages", self._chat_message),
             web.post("/sink", self._acknowledge),
@@ -181,6 +183,11 @@ class BenchDesk:
         for command in commands:
             command.begun_at = now
         return web.Response(text=body, content_type="application/json")
+
+    async def _manifest(self, request: web.Request) -> web.Response:
+        self.request_count += 1
+        return web.json_response({"platform": "macos", "architecture": "arm64", "channel": "stable",
+                                  "mandatory": False, "silent_args": [], **self.offered_package})
 
     async def _status(self, request: web.Request) -> web.Response:
         self.request_count += 1

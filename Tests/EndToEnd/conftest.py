@@ -18,6 +18,8 @@ from device import Device, device_uid_of, give_identity  # noqa: E402
 from helpdesk.client import HelpdeskClient  # noqa: E402
 from helpdesk.process import HelpdeskProcess  # noqa: E402
 from samplemac import SampleMac  # noqa: E402
+from update_agent import NEW as NEWER_BUILD, AgentMac, agent_program  # noqa: E402
+from update_mac import NEW, package  # noqa: E402
 
 
 def pytest_configure(config: pytest.Config) -> None:
@@ -25,6 +27,8 @@ def pytest_configure(config: pytest.Config) -> None:
         "markers", "breaks_protocol: the test makes the agent's wire break its description")
     config.addinivalue_line(
         "markers", "long: takes minutes of real time; runs with ORV_LONG_TESTS=1 only")
+    config.addinivalue_line(
+        "markers", "without_agent: runs nothing that was built, so one build is enough")
     config.addinivalue_line(
         "markers", "late: looks at what has ripened while the other tests ran")
 
@@ -111,3 +115,46 @@ def device(tmp_path_factory: pytest.TempPathFactory, desk: HelpdeskProcess,
         shared.agent.stop()
     finally:
         shared.stop()
+
+
+@pytest.fixture(scope="module")
+def contents(tmp_path_factory) -> Callable[..., bytes]:
+    """contents(**parts) is a package of the new version."""
+    folder = tmp_path_factory.mktemp("packages")
+    return lambda version=NEW, **parts: package(folder, version, **parts)
+
+
+@pytest.fixture
+def offer(admin, desk) -> Iterator[Callable[..., str]]:
+    """offer(content) publishes a package and is its URL; `serving` as the helpdesk has it."""
+    published = []
+
+    def publish(content: bytes, serving: dict | None = None) -> str:
+        published.append(admin.publish_package(content, NEW))
+        if serving:
+            admin.change_package(published[-1], serving=serving)
+        return f"{desk.url}/packages/{published[-1]}/new.pkg"
+
+    yield publish
+    for number in published:
+        admin.withdraw_package(number)
+
+
+@pytest.fixture(scope="session")
+def day_begun(tmp_path_factory) -> Iterator[tuple[AgentMac, HelpdeskClient]]:
+    """The built agent under launchd, with a helpdesk of its own that offers a newer build from the
+    start: packages are for whoever asks."""
+    folder = tmp_path_factory.mktemp("day")
+    content = package(folder, NEWER_BUILD, daemon=agent_program(NEWER_BUILD))
+    with HelpdeskProcess(folder / "desk") as own_desk, own_desk.client() as admin:
+        admin.publish_package(content, NEWER_BUILD)
+        with AgentMac(folder / "mac", own_desk, "day") as sample:
+            sample.start()
+            yield sample, admin
+
+
+@pytest.fixture(scope="session", autouse=True)
+def day_passes(request: pytest.FixtureRequest) -> None:
+    """It begins before the first test that does not need it."""
+    if any("day_begun" in getattr(item, "fixturenames", ()) for item in request.session.items):
+        request.getfixturevalue("day_begun")

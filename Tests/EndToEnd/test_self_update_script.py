@@ -6,52 +6,23 @@ from __future__ import annotations
 import json
 import os
 from pathlib import Path
-from typing import Callable, Iterator
+from typing import Iterator
 
 import pytest
 
-from update_mac import (APP, APP_PROGRAM, BACKUPS, DAEMON, DAEMON_JOB, DAEMON_TARGET, JOB,
-                        MENU_BAR_TARGET, NEW, OLD, RUNTIME, SCRIPT, STATUS, UPDATES,
-                        UpdateMac, package, program)
+from update_mac import (APP, APP_PROGRAM, BACKUPS, DAEMON, DAEMON_JOB, DAEMON_TARGET,
+                        MENU_BAR_TARGET, NEW, OLD, RUNTIME, SCRIPT, STATUS, UPDATES, UpdateMac,
+                        installed, program)
+from update_outcomes import (FAILED, NO_CONNECTION, NOT_HEALTHY, NOT_SERVED, NOT_TRUSTED, NOT_WHOLE,
+                             TOO_SLOW, WRONG_HASH, WRONG_SIZE, expect_failure)
 
-pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="needs root to enter the sample Mac")
-
-NO_CONNECTION = ("Nie udało się pobrać aktualizacji, ponieważ nie można połączyć się z serwerem. "
-                 "Sprawdź Internet i spróbuj ponownie.")
-NOT_SERVED = ("Nie udało się pobrać aktualizacji: serwer nie udostępnił paczki (HTTP 4xx/5xx). "
-              "Spróbuj ponownie później.")
-TOO_SLOW = ("Nie udało się pobrać aktualizacji, ponieważ przekroczono czas oczekiwania na serwer. "
-            "Spróbuj ponownie.")
-NOT_TRUSTED = ("Nie udało się bezpiecznie pobrać aktualizacji. Połączenie HTTPS z serwerem nie "
-               "zostało zweryfikowane.")
-NOT_WHOLE = ("Aktualizacja nie została pobrana w całości. Spróbuj uruchomić aktualizację "
-             "ponownie.")
-WRONG_SIZE = ("Aktualizacja została przerwana: rozmiar pobranej paczki nie zgadza się z "
-              "manifestem serwera.")
-WRONG_HASH = ("Aktualizacja została przerwana: kontrola SHA-256 pobranej paczki nie powiodła się.")
-NOT_HEALTHY = ("Aktualizacja została zainstalowana, ale nowa aplikacja nie przeszła kontroli "
-               "uruchomienia. Przywrócono poprzednią wersję.")
-FAILED = "Aktualizacja nie powiodła się. Szczegóły są w logu aktualizacji."
-
-
-@pytest.fixture(scope="module")
-def contents(tmp_path_factory) -> Callable[..., bytes]:
-    """contents(**parts) is a package of the new version."""
-    folder = tmp_path_factory.mktemp("packages")
-    return lambda version=NEW, **parts: package(folder, version, **parts)
-
-
-def made(path: Path, desk) -> UpdateMac:
-    mac = UpdateMac(path, desk.ca_file)
-    mac.hurry()
-    mac.install()
-    return mac
-
+pytestmark = [pytest.mark.without_agent, pytest.mark.skipif(
+    os.geteuid() != 0, reason="needs root to enter the sample Mac")]
 
 @pytest.fixture(scope="module")
 def shared(tmp_path_factory, desk) -> Iterator[UpdateMac]:
     """Where updates fail: each leaves it as it found it."""
-    with made(tmp_path_factory.mktemp("macs") / "shared", desk) as mac:
+    with installed(tmp_path_factory.mktemp("macs") / "shared", desk) as mac:
         yield mac
 
 
@@ -68,42 +39,8 @@ def unchanged(shared: UpdateMac) -> Iterator[UpdateMac]:
 @pytest.fixture
 def own(tmp_path: Path, desk) -> Iterator[UpdateMac]:
     """A Mac that the test may change."""
-    with made(tmp_path / "mac", desk) as mac:
+    with installed(tmp_path / "mac", desk) as mac:
         yield mac
-
-
-@pytest.fixture
-def offer(admin, desk) -> Iterator[Callable[..., str]]:
-    """offer(content) publishes a package and is its URL; `serving` as the helpdesk has it."""
-    published = []
-
-    def publish(content: bytes, serving: dict | None = None) -> str:
-        published.append(admin.publish_package(content, NEW))
-        if serving:
-            admin.change_package(published[-1], serving=serving)
-        return f"{desk.url}/packages/{published[-1]}/new.pkg"
-
-    yield publish
-    for number in published:
-        admin.withdraw_package(number)
-
-
-def expect_failure(mac: UpdateMac, code: int, message: str, *lines: str, **variables: str) -> str:
-    done = mac.run_script(**variables)
-    assert done.returncode == code, done.stdout
-    status = mac.status()
-    assert (status["phase"], status["message"]) == ("failed", message), done.stdout
-    assert (status["currentVersion"], status["availableVersion"]) == (OLD, NEW)
-    for line in lines:
-        assert f"{line}\n" in done.stdout, done.stdout
-    assert not mac.place(SCRIPT).exists() and not mac.place(JOB).exists()
-    return done.stdout
-
-
-def fault(mac: UpdateMac, tool: str, script: str) -> None:
-    """Before every run of the tool, with its arguments."""
-    mac.delay_tool(tool, 0)
-    (mac.sample / "faults" / tool).write_text(script)
 
 
 # The download
@@ -144,7 +81,7 @@ def test_a_download_that_is_cut_off(unchanged, offer, contents):
 
 def test_a_download_that_leaves_nothing(unchanged):
     unchanged.write_script(url="https://localhost:1/new.pkg", content=b"x")
-    fault(unchanged, "curl", "exit 0\n")
+    unchanged.fault("curl", "exit 0\n")
     expect_failure(unchanged, 40, NOT_WHOLE, "Downloaded package is missing.")
 
 
@@ -171,7 +108,7 @@ def test_a_package_that_changes_between_verification_and_installation(unchanged,
     content = contents()
     unchanged.write_script(url=offer(content), content=content)
     package_place = f"{UPDATES}/Wsparo-Brenvox-macOS-{NEW}.pkg"
-    fault(unchanged, "tar", 'case "$1" in -c*)\n'
+    unchanged.fault("tar", 'case "$1" in -c*)\n'
           f'printf X | "$real/dd" of="{package_place}" conv=notrunc 2> /dev/null\n'
           f'"$real/touch" -d "next year" "{package_place}" ;;\nesac\n')
     unchanged.forget_calls()
@@ -184,7 +121,7 @@ def test_a_package_that_changes_between_verification_and_installation(unchanged,
 def test_a_backup_that_fails(unchanged, offer, contents):
     content = contents()
     unchanged.write_script(url=offer(content), content=content)
-    fault(unchanged, "tar", 'case "$1" in -c*) echo "tar: Write failed" >&2; exit 1 ;; esac\n')
+    unchanged.fault("tar", 'case "$1" in -c*) echo "tar: Write failed" >&2; exit 1 ;; esac\n')
     unchanged.forget_calls()
     expect_failure(unchanged, 1, FAILED, "tar: Write failed",
                    "No previous installation backup to restore.")
@@ -250,7 +187,7 @@ def test_a_bootstrap_that_is_refused_is_tried_again(unchanged, offer, contents):
     unchanged.write_script(url=offer(content), content=content)
     count = unchanged.sample / "refused"
     count.unlink(missing_ok=True)
-    fault(unchanged, "launchctl", 'if [ "$1 $2" = "bootstrap system" ]; then\n'
+    unchanged.fault("launchctl", 'if [ "$1 $2" = "bootstrap system" ]; then\n'
           '    echo x >> "$sample/refused"\n'
           '    [ "$("$real/grep" -c x "$sample/refused")" -gt 4 ] || exit 5\n'
           'fi\n')
@@ -263,7 +200,7 @@ def test_a_bootstrap_that_is_refused_is_tried_again(unchanged, offer, contents):
 def test_a_restore_that_fails_says_so_and_keeps_the_backup(own, offer, contents):
     content = contents(daemon=program("9.9"))
     own.write_script(url=offer(content), content=content)
-    fault(own, "tar", 'case "$1" in -x*) exit 1 ;; esac\n')
+    own.fault("tar", 'case "$1" in -x*) exit 1 ;; esac\n')
     output = expect_failure(own, 43, NOT_HEALTHY, "Could not restore the previous app bundle.",
                             "Previous app bundle was not restored.")
     assert "The previous installation could not be restored. Its backup stays: " in output
@@ -280,7 +217,7 @@ def test_a_restore_that_fails_says_so_and_keeps_the_backup(own, offer, contents)
 def test_a_daemon_that_cannot_be_loaded_again_is_a_restore_that_fails(own, offer, contents):
     content = contents(daemon=program("9.9"))
     own.write_script(url=offer(content), content=content)
-    fault(own, "launchctl", '[ "$1 $2" != "bootstrap system" ] || exit 5\n')
+    own.fault("launchctl", '[ "$1 $2" != "bootstrap system" ] || exit 5\n')
     expect_failure(own, 43, NOT_HEALTHY, "Could not load the previous daemon.")
     own.mend_tool("launchctl")
     new = contents()
@@ -293,15 +230,8 @@ def test_a_daemon_that_cannot_be_loaded_again_is_a_restore_that_fails(own, offer
 # An earlier run that was killed
 
 def left_backup(mac: UpdateMac, offer, contents) -> Path:
-    """The Mac as a run leaves it that is killed while the installer is at work."""
     content = contents()
-    mac.write_script(url=offer(content), content=content)
-    fault(mac, "installer", f'"$real/rm" -rf "{APP}/Contents/MacOS"\nkill -9 "$PPID"\nexit 1\n')
-    assert mac.run_script().returncode == -9
-    mac.mend_tool("installer")
-    backup, = mac.place(BACKUPS).iterdir()
-    assert mac.version_of(APP_PROGRAM) == ""
-    return backup
+    return mac.leave_half_installed(offer(content), content)
 
 
 def test_an_interrupted_installation_is_undone_before_anything_else(own, offer, contents):
@@ -439,7 +369,7 @@ def test_what_others_plant_in_the_runtime_folder_is_replaced_not_used(own, offer
             own.place(RUNTIME).mkdir(exist_ok=True)
             plant(own.place(target))
             own.write_script(url="https://localhost:1/new.pkg", content=b"x")
-            fault(own, "curl", "exit 7\n")
+            own.fault("curl", "exit 7\n")
             expect_failure(own, 7, NO_CONNECTION)
             assert not own.place(STATUS).is_symlink(), name
             assert precious.read_text() == "precious" and os.listdir(folder) == [], name
@@ -450,7 +380,7 @@ def test_the_status_is_followed_by_the_user_step_by_step(own, offer, contents):
     content = contents()
     own.write_script(url=offer(content), content=content)
     for tool in ("curl", "installer"):
-        fault(own, tool, f'"$real/cat" "$root{STATUS}" > "$root/Library/{tool}"\n')
+        own.fault(tool, f'"$real/cat" "$root{STATUS}" > "$root/Library/{tool}"\n')
     assert own.run_script().returncode == 0
     seen = {tool: json.loads(own.place(f"/Library/{tool}").read_text())
             for tool in ("curl", "installer")}
@@ -459,3 +389,15 @@ def test_the_status_is_followed_by_the_user_step_by_step(own, offer, contents):
     assert seen["installer"]["phase"] == "installing"
     assert seen["installer"]["message"] == f"Instaluję aktualizację do wersji {NEW}..."
     assert own.place(STATUS).read_text().startswith('{\n  "phase": "installed",\n  "message": "')
+
+
+def test_at_any_other_place_the_script_does_nothing(unchanged):
+    """Such as that of an agent over a folder that only looks like a Mac."""
+    unchanged.write_script(url="https://localhost:1/new.pkg", content=b"x")
+    unchanged.place(SCRIPT).rename(unchanged.place("/Library/moved.sh"))
+    unchanged.forget_calls()
+    done = unchanged.enter("/bin/bash", "/Library/moved.sh")
+    assert (done.returncode, done.stdout) == (64, f"This runs from {SCRIPT} only.\n")
+    assert unchanged.tool_calls() == [] and not unchanged.place(STATUS).exists()
+    unchanged.write_script(url="https://localhost:1/new.pkg", content=b"x")
+    expect_failure(unchanged, 7, NO_CONNECTION)

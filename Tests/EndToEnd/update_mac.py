@@ -12,7 +12,7 @@ import shutil
 import subprocess
 import time
 from pathlib import Path
-from typing import Callable, Optional
+from typing import Any, Callable, Optional, Union
 
 from samplemac import SampleMac
 from samplemac.package import write_package
@@ -21,6 +21,7 @@ SUPPORT = "/Library/Application Support/Wsparo Brenvox"
 RUNTIME = f"{SUPPORT}/runtime"
 STATUS = f"{RUNTIME}/update-status.json"
 REQUEST = f"{RUNTIME}/update-request.json"
+DAILY_CHECK = f"{RUNTIME}/last-automatic-update-check.json"
 UPDATES = f"{SUPPORT}/updates"
 SCRIPT = f"{UPDATES}/wsparo-updater.sh"
 JOB = f"{UPDATES}/pl.brenvox.wsparo.updater.plist"
@@ -40,26 +41,29 @@ OLD, NEW = "0.2.55", "0.3.0"
 _GOLDEN = Path(__file__).resolve().parents[1] / "Golden/UpdaterScript.sh"
 _CA_FILE = "/private/etc/test-ca.pem"
 
-# What a version of the agent and of its application do in these tests: say which they are, and run.
-_RUNS = 'exec "/.sample/real/sleep" 100000\n'
+# What a version of the agent and of its application do in most tests: say which they are, and run.
+_RUNS = 'SAMPLE_VERSION={version} exec "/.sample/real/sleep" 100000\n'
 
 
 def program(version: str, runs: str = _RUNS, *, answer: Optional[str] = None) -> str:
     """The text of an executable; `answer` is the command line that answers to --version."""
     return ("#!/bin/sh\n" f"if [ \"$1\" = --version ]; then {answer or f'echo {version}'}; exit; fi\n"
-            + runs)
+            + runs.replace("{version}", version))
 
 
-def write_version(folder: Path, version: str, *, daemon: Optional[str] = None,
-                  app: Optional[str] = None, bundle_version: Optional[str] = None) -> Path:
-    """Everything that a package of this version puts below "/"."""
-    files = {DAEMON: daemon or program(version), APP_PROGRAM: app or program(version)}
-    for path, text in files.items():
+def write_version(folder: Path, version: str, *, daemon: Union[str, bytes, None] = None,
+                  app: Optional[str] = None, bundle_version: Optional[str] = None,
+                  ballast: bytes = b"") -> Path:
+    """Everything that a package of this version puts below "/"; `ballast` makes the application
+    larger."""
+    files = {DAEMON: daemon or program(version), APP_PROGRAM: app or program(version),
+             f"{APP}/Contents/Resources/Ballast": ballast}
+    for path, content in files.items():
         place = folder / path.lstrip("/")
         place.parent.mkdir(parents=True, exist_ok=True)
         # What runs keeps its old file.
         place.unlink(missing_ok=True)
-        place.write_text(text)
+        place.write_bytes(content if isinstance(content, bytes) else content.encode())
         place.chmod(0o755)
     lists = {
         f"{APP}/Contents/Info.plist": {
@@ -80,8 +84,8 @@ def write_version(folder: Path, version: str, *, daemon: Optional[str] = None,
 
 
 def package(folder: Path, version: str, scripts: Optional[dict[str, str]] = None,
-            **parts: Optional[str]) -> bytes:
-    """A package of a version; `parts` as in write_version."""
+            **parts: Any) -> bytes:
+    """A package of a version, as an installer takes it; `parts` as in write_version."""
     payload = folder / f"payload-{version}"
     shutil.rmtree(payload, ignore_errors=True)
     write_version(payload, version, **parts)
@@ -104,15 +108,18 @@ class UpdateMac(SampleMac):
 
     @staticmethod
     def _environment() -> dict[str, str]:
+        """What launchd's jobs see: whom to trust, and where a sanitizer reports to."""
+        reports = ("ASAN_OPTIONS", "UBSAN_OPTIONS", "ASAN_SYMBOLIZER_PATH")
         return {"CURL_CA_BUNDLE": _CA_FILE, "SSL_CERT_FILE": _CA_FILE,
-                "SSL_CERT_DIR": "/nonexistent"}
+                "SSL_CERT_DIR": "/nonexistent",
+                **{name: os.environ[name] for name in reports if name in os.environ}}
 
     def hurry(self) -> None:
         """The script's pauses get shorter; what they are for happens quickly here."""
         self.replace_tool("/bin/sleep", '#!/bin/sh\ncase $1 in 3) pause=0.1 ;; *) pause=0.005 ;; esac\n'
                           'exec /.sample/real/sleep "$pause"\n')
 
-    def install(self, version: str = OLD, **parts: str) -> None:
+    def install(self, version: str = OLD, **parts: Any) -> None:
         """The version is installed and runs."""
         self.install_files(version, **parts)
         self.start()
@@ -122,7 +129,7 @@ class UpdateMac(SampleMac):
         self.launchctl("bootstrap", "gui/501", MENU_BAR_JOB)
         assert self.is_running(DAEMON_TARGET)
 
-    def install_files(self, version: str, **parts: str) -> None:
+    def install_files(self, version: str, **parts: Any) -> None:
         """Only the files; what runs goes on running."""
         write_version(self.root, version, **parts)
 
@@ -160,6 +167,23 @@ class UpdateMac(SampleMac):
                           stdout=subprocess.PIPE, capture_output=False, timeout=60,
                           env={**os.environ, **self._environment(), **variables})
 
+    def leave_half_installed(self, url: str, content: bytes) -> Path:
+        """As a run leaves it that is killed while its installer is at work; the backup's folder."""
+        self.write_script(url=url, content=content)
+        self.fault("installer", f'"$real/rm" -rf "{APP}/Contents/MacOS"\n'
+                   f'"$real/rm" -f "{DAEMON}"\nprintf half > "{DAEMON}"\n'
+                   'kill -9 "$PPID"\nexit 1\n')
+        assert self.run_script().returncode == -9
+        self.mend_tool("installer")
+        backup, = self.place(BACKUPS).iterdir()
+        assert self.versions() == ("", "")
+        return backup
+
+    def fault(self, tool: str, script: str) -> None:
+        """Before every run of the tool, with its arguments."""
+        self.delay_tool(tool, 0)
+        (self.sample / "faults" / tool).write_text(script)
+
     # What has become of it
 
     def is_running(self, target: str) -> bool:
@@ -180,6 +204,17 @@ class UpdateMac(SampleMac):
     def versions(self) -> tuple[str, str]:
         return self.version_of(APP_PROGRAM), self.version_of(DAEMON)
 
+    def running_version(self) -> str:
+        """Of the daemon's process, when it is one that `program` has made; empty without one."""
+        pid = re.search(r"\n\tpid = (\d+)\n",
+                        self.run("/bin/launchctl", "print", DAEMON_TARGET).stdout)
+        try:
+            environment = Path(f"/proc/{pid[1]}/environ").read_text() if pid else ""
+        except (FileNotFoundError, ProcessLookupError):
+            return ""
+        found = re.search(r"(?:^|\0)SAMPLE_VERSION=([^\0]*)", environment)
+        return found[1] if found else ""
+
     def wait_until(self, look: Callable, what: str, timeout: float = 30.0):
         deadline = time.monotonic() + timeout
         while not (found := look()):
@@ -199,6 +234,16 @@ class UpdateMac(SampleMac):
         assert not self.place(SCRIPT).exists() and not self.place(JOB).exists()
         assert not self.place(BACKUPS).exists()
         assert os.listdir(self.place(UPDATES)) == []
-        assert sorted(os.listdir(self.place(RUNTIME))) == ["update-status.json"]
+        assert set(os.listdir(self.place(RUNTIME))) - {Path(DAILY_CHECK).name} == {Path(STATUS).name}
+        for path in (DAEMON, DAEMON_JOB, MENU_BAR_JOB):
+            assert not self.place(f"{path}.restored").exists()
         assert self.place(STATUS).stat().st_mode & 0o777 == 0o666
         assert self.place(RUNTIME).stat().st_mode & 0o7777 == 0o1777
+
+
+def installed(path: Path, desk: Any) -> UpdateMac:
+    """In a hurry, with the old version running."""
+    mac = UpdateMac(path, desk.ca_file)
+    mac.hurry()
+    mac.install()
+    return mac

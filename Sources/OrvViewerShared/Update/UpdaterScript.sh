@@ -101,7 +101,7 @@ go_back_and_exit() { # exit code
   # It may be what has filled the disk, and the way back needs room.
   /bin/rm -rf "$PKG_PATH"
   if restore_previous_installation; then
-    /bin/rm -rf "$BACKUP_ROOT"
+    discard_backups
   else
     echo "The previous installation could not be restored. Its backup stays: $BACKUP_DIR"
   fi
@@ -200,11 +200,19 @@ kill_menu_processes() {
 
 # ---- Backup ----
 
+# Put aside first: what is left of a removal that was cut short must not be taken for a backup.
+discard_backups() {
+  local discarded="$UPDATE_DIR/discarded-backups"
+  /bin/rm -rf "$discarded"
+  if [ -e "$BACKUP_ROOT" ]; then /bin/mv "$BACKUP_ROOT" "$discarded"; fi
+  /bin/rm -rf "$discarded"
+}
+
 # Made under another name and then renamed: a backup is whole or not there.
 backup_current_installation() {
   local new="$BACKUP_DIR.partial" plist
   if [ -n "$KEEPS_OLD_BACKUP" ]; then return 0; fi
-  /bin/rm -rf "$BACKUP_ROOT"
+  discard_backups
   /bin/mkdir -p "$new"
   /bin/chmod 700 "$BACKUP_ROOT"
   if [ -d "$CURRENT_APP" ]; then
@@ -304,15 +312,29 @@ installation_works() {
   restart_daemon && daemon_reaches_running_state
 }
 
+# An installer outlives the run that started it, and would write over what is restored here.
+wait_for_left_installer() {
+  local turns
+  for ((turns = 0; turns < 300; turns++)); do
+    /usr/bin/pgrep -f "/usr/sbin/installer -pkg $UPDATE_DIR/" > /dev/null || return 0
+    /bin/sleep 1
+  done
+}
+
 # A backup that is still there belongs to a run that did not come to its end.
 recover_interrupted_installation() {
   local own_backup="$BACKUP_DIR"
   find_left_backup || return 0
-  if installation_works; then return 0; fi
+  wait_for_left_installer
+  if installation_works; then
+    discard_backups
+    return 0
+  fi
   echo "An earlier update was interrupted."
   BACKUP_DIR="$LEFT_BACKUP"
   BACKUP_APP_ARCHIVE="$BACKUP_DIR/Wsparo-Brenvox-app.tar"
   if restore_previous_installation; then
+    discard_backups
     BACKUP_DIR="$own_backup"
     BACKUP_APP_ARCHIVE="$BACKUP_DIR/Wsparo-Brenvox-app.tar"
   else
@@ -432,7 +454,7 @@ start_new_version() {
 }
 
 finish() {
-  /bin/rm -rf "$BACKUP_ROOT"
+  discard_backups
   /bin/rm -f "$UPDATE_DIR"/Wsparo-Brenvox-macOS-*.pkg
   remove_obsolete_app_bundles
   remove_job_files
@@ -442,6 +464,11 @@ finish() {
 }
 
 main() {
+  # Elsewhere this is another machine's: the paths here mean this one's own installation.
+  if [ "$0" != "$UPDATER_SCRIPT" ]; then
+    echo "This runs from $UPDATER_SCRIPT only."
+    exit 64
+  fi
   echo "==== $(utc_time) $BANNER ===="
   # The message for a failed update sends people there.
   quietly /bin/chmod 644 "$LOG_PATH"

@@ -381,6 +381,22 @@ TEST_F(OrvDeskApiClientTest, everyRequiredManifestKeyIsMissed) {
     EXPECT_THROW(mixedArguments.get<ViewerUpdateManifest>(), DecodingError);
 }
 
+TEST_F(OrvDeskApiClientTest, anOptionalManifestKeyIsOfItsTypeOrAbsent) {
+    const Json whole = Json::parse(R"({"platform":"macos","architecture":"arm64",
+        "channel":"stable","version":"1","url":"u","mandatory":true,"silent_args":[]})");
+    for (const char* bad :
+         {R"({"sha256":7})", R"({"sha256":[]})", R"({"sha256":{}})", R"({"size_bytes":"12"})",
+          R"({"size_bytes":1.5})", R"({"size_bytes":true})", R"({"size_bytes":1e30})"}) {
+        Json manifest = whole;
+        manifest.update(Json::parse(bad));
+        EXPECT_THROW(manifest.get<ViewerUpdateManifest>(), DecodingError) << bad;
+    }
+    Json empty = whole;
+    empty.update(Json::parse(R"({"sha256":null,"size_bytes":null,"unknown":{}})"));
+    EXPECT_EQ(empty.get<ViewerUpdateManifest>().sha256, std::nullopt);
+    EXPECT_EQ(empty.get<ViewerUpdateManifest>().sizeBytes, std::nullopt);
+}
+
 TEST_F(OrvDeskApiClientTest, remoteStatusLeavesOutAMissingErrorMessage) {
     loop.run(client().updateRemoteStatus("s-1", "connecting", std::nullopt, Json{{"a", 1}}));
     loop.run(client().updateRemoteStatus("s-1", "failed", "Źle", Json::object()));

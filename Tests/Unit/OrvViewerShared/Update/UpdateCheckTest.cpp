@@ -86,7 +86,7 @@ TEST_F(UpdateCheckTest, withoutAVersionThereIsNoUpdate) {
 }
 
 TEST_F(UpdateCheckTest, anOlderOrEqualVersionIsNoUpdate) {
-    for (const char* version : {"0.2.55", "0.2.54", "0.2.55.0", "abc"}) {
+    for (const char* version : {"0.2.55", "0.2.54", "0.2.55.0", "abc", "../../x", " ", "-1"}) {
         offer(version);
         EXPECT_EQ(check(), (Json{{"platform", "macos"},
                                  {"current_version", "0.2.55"},
