@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include "OrvPlatform/TaskGroup.h"
 #include "OrvViewerShared/ChatRelay.h"
 #include "OrvViewerShared/CommandPipeline.h"
 #include "OrvViewerShared/Commands/CommandTable.h"
@@ -69,6 +70,9 @@ struct AgentService::Components {
     UpdateLoops updateLoops;
     UpdateCommand updateCommand;
     CommandPipeline pipeline;
+    TaskGroup tasks;  // the first to go: they use everything else
+
+    Task<void> startRelay(std::string reason);
 };
 
 AgentService::Components::Components(ViewerSettings given, AgentEnvironment surroundings)
@@ -107,9 +111,18 @@ AgentService::Components::Components(ViewerSettings given, AgentEnvironment surr
       updateCommand(updateCheck),
       pipeline({commandTable({registration, ipScanner, notifyCommand, shellCommand, updateCommand,
                               fileCommands, uninstallCommand}),
-                registration, apiClient, environment.logger, [this](std::string reason) {
-                    return chatRelay.sendPendingChatMessages(std::move(reason));
-                }}) {
+                registration, apiClient, environment.logger,
+                [this](std::string reason) { return startRelay(std::move(reason)); }}),
+      tasks(environment.executor, [this](const std::string& name, const std::exception& error) {
+          environment.logger.error(error, fmt::format("The {} ended", name));
+      }) {
+}
+
+// However many replies wait, and however slowly the server takes them: the next command does not
+// wait for them.
+Task<void> AgentService::Components::startRelay(std::string reason) {
+    tasks.spawn("chat relay", chatRelay.sendPendingChatMessages(std::move(reason)));
+    co_return;
 }
 
 AgentService::AgentService(ViewerSettings settings, AgentEnvironment environment)
@@ -124,15 +137,10 @@ Task<void> AgentService::runOnce() {
 }
 
 Task<void> AgentService::runForever() {
-    const ViewerLogger& logger = components->environment.logger;
-    logger.info("Wsparo Brenvox macOS daemon started.");
+    components->environment.logger.info("Wsparo Brenvox macOS daemon started.");
     co_await startUp();
-    TaskGroup loops(components->environment.executor,
-                    [&logger](const std::string& name, const std::exception& error) {
-                        logger.error(error, fmt::format("The {} ended", name));
-                    });
-    startLoops(loops);
-    co_await loops.join();
+    startLoops();
+    co_await components->tasks.join();
 }
 
 Task<void> AgentService::startUp() {
@@ -142,11 +150,11 @@ Task<void> AgentService::startUp() {
     co_await components->registration.sendHeartbeat("startup");
 }
 
-void AgentService::startLoops(TaskGroup& loops) {
+void AgentService::startLoops() {
     Components& all = *components;
     const auto everyPeriod = [&](const char* name, std::chrono::seconds period,
                                  std::function<Task<void>()> action) {
-        loops.spawn(name, periodicLoop(all.environment.clock, period, std::move(action)));
+        all.tasks.spawn(name, periodicLoop(all.environment.clock, period, std::move(action)));
     };
     const std::chrono::seconds chatPeriod{all.settings.chatPollIntervalSeconds};
 
@@ -161,9 +169,9 @@ void AgentService::startLoops(TaskGroup& loops) {
     });
     everyPeriod("chat relay loop", chatPeriod,
                 [&all] { return all.chatRelay.sendPendingChatMessages("timer"); });
-    loops.spawn("automatic update loop", all.updateLoops.autoUpdateLoop());
-    loops.spawn("update request loop", all.updateLoops.manualUpdateRequestLoop());
-    loops.spawn(
+    all.tasks.spawn("automatic update loop", all.updateLoops.autoUpdateLoop());
+    all.tasks.spawn("update request loop", all.updateLoops.manualUpdateRequestLoop());
+    all.tasks.spawn(
         "control channel",
         all.controlChannel.runForever(
             [&all] { return all.registration.identity(); },

@@ -12,7 +12,6 @@
 #include "OrvPlatform/ProcessRunner.h"
 #include "OrvPlatform/SystemRoot.h"
 #include "OrvPlatform/Task.h"
-#include "OrvPlatform/TaskGroup.h"
 #include "OrvPlatform/WebSocket.h"
 #include "OrvPlatform/WorkerPool.h"
 #include "OrvViewerShared/ViewerLogger.h"
@@ -52,7 +51,7 @@ private:
     struct Components;
 
     Task<void> startUp();
-    void startLoops(TaskGroup& loops);
+    void startLoops();
 
     std::unique_ptr<Components> components;
 };

@@ -153,6 +153,17 @@ TEST_F(FileCommandsTest, whatIsNoFolderIsNotFound) {
     }
 }
 
+TEST_F(FileCommandsTest, aPathWithANulIsNotThePathInFrontOfIt) {
+    put("/d/x");
+    const std::string folderPath("/d\0e", 4);
+    const std::string filePath("/d/x\0y", 6);
+    expectError([&] { list({{"path", folderPath}}); }, 404, "Directory not found: " + folderPath);
+    EXPECT_THROW(download({{"path", filePath}}), FileError);
+    EXPECT_THROW(upload({{"target_path", filePath}, {"content_base64", ""}, {"overwrite", true}}),
+                 FileError);
+    EXPECT_EQ(content("/d/x"), "x");
+}
+
 TEST_F(FileCommandsTest, aLinkToAFolderCanBeListed) {
     put("/d/x");
     std::filesystem::create_directory_symlink("d", root.locate("/link"));
