@@ -92,7 +92,7 @@ Task<Json> IpScanner::scanNetwork(LocalNetwork network, Wanted wanted) {
     }
     // No address is probed twice, so any sort is stable.
     std::sort(found->begin(), found->end(),
-                     [](const auto& a, const auto& b) { return a->address < b->address; });
+              [](const auto& a, const auto& b) { return a->address < b->address; });
     Json hosts = Json::array();
     for (const auto& host : *found) {
         Json entry{{"ip", ipv4Text(host->address)}, {"status", "up"}};

@@ -13,12 +13,11 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sanitizer/common_interface_defs.h>
 #include <signal.h>
 #include <string>
 #include <unistd.h>
 #include <vector>
-
-#include <sanitizer/common_interface_defs.h>
 
 #include "Fuzz/Damage.h"
 #include "Fuzz/Targets.h"

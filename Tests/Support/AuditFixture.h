@@ -17,6 +17,7 @@
 #include "Support/FakeProcessRunner.h"
 #include "Support/ScopedEnvironment.h"
 #include "Support/TemporaryDirectory.h"
+#include "Support/TestDirectory.h"
 #include "Support/TestLoop.h"
 
 namespace orv {
@@ -68,7 +69,7 @@ protected:
     }
 
     static std::string fixture(const std::string& name) {
-        return readFile(std::string(ORV_TEST_DIRECTORY) + "/Fixtures/" + name, 10'000'000);
+        return readFile(testFile("Fixtures/" + name), 10'000'000);
     }
 
     /// Thousands of small files are quick where no disk is behind them.

@@ -8,6 +8,7 @@
 #include "Support/FakeClock.h"
 #include "Support/FakeProcessRunner.h"
 #include "Support/TemporaryDirectory.h"
+#include "Support/TestDirectory.h"
 #include "Support/TestLoop.h"
 
 namespace orv {
@@ -36,8 +37,7 @@ protected:
 };
 
 TEST_F(UninstallCommandTest, theJobIsTheGoldenOne) {
-    EXPECT_EQ(uninstallJob(SystemRoot()),
-              readFile(ORV_TEST_DIRECTORY "/Golden/uninstall-job.sh", 100'000));
+    EXPECT_EQ(uninstallJob(SystemRoot()), readFile(testFile("Golden/uninstall-job.sh"), 100'000));
 }
 
 TEST_F(UninstallCommandTest, underAnotherRootTheJobStaysBelowIt) {

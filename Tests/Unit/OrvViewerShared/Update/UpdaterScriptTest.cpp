@@ -12,6 +12,7 @@
 #include "OrvPlatform/SystemProcessRunner.h"
 #include "OrvViewerShared/Update/UpdaterScript.h"
 #include "Support/TemporaryDirectory.h"
+#include "Support/TestDirectory.h"
 #include "Support/TestLoop.h"
 
 namespace orv {
@@ -66,7 +67,7 @@ UpdaterScriptPlan offering(const std::string& version) {
 
 /// The text must equal the golden file; ORV_WRITE_GOLDEN=1 rewrites that instead.
 void expectGolden(const std::string& name, const std::string& text) {
-    const std::string file = std::string(ORV_TEST_DIRECTORY) + "/Golden/" + name;
+    const std::string file = testFile("Golden/" + name);
     if (std::getenv("ORV_WRITE_GOLDEN") != nullptr) std::ofstream(file) << text;
     EXPECT_EQ(text, readFile(file, 1 << 20)) << "ORV_WRITE_GOLDEN=1 rewrites " << file;
 }
