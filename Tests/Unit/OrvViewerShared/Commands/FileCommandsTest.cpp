@@ -331,6 +331,18 @@ TEST_F(FileCommandsTest, filesThatSayNothingOfTheirSizeAreReadToTheirEnd) {
               base64EncodedSize(json.at("size_bytes").get<std::size_t>()));
 }
 
+TEST_F(FileCommandsTest, aFileThatIsLargerThanItSaidIsRefusedAllTheSame) {
+    FileCommands onTheRealSystem{{workers, clock, SystemRoot()}};
+    const Json payload{{"path", "/proc/self/smaps"}, {"max_bytes", 1024}};
+    try {
+        loop.run(onTheRealSystem.downloadFile(payload));
+        FAIL() << "It was sent.";
+    } catch (const CommandError& error) {
+        EXPECT_EQ(error.code(), 413);
+        EXPECT_THAT(error.what(), testing::EndsWith("bytes, limit 1024 bytes."));
+    }
+}
+
 TEST_F(FileCommandsTest, uploadsAFileIntoFoldersThatItMakes) {
     EXPECT_EQ(upload({{"target_path", " /a/b/c.txt "}, {"content_base64", encoded("hello")}}),
               (Json{{"target_path", "/a/b/c.txt"},
