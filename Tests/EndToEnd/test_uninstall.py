@@ -232,6 +232,7 @@ def test_what_somebody_planted_at_the_logs_place_is_not_written(
 def test_a_consultant_takes_the_agent_off_the_mac(agent, admin, mac, device_uid) -> None:
     """The agent's own text, below the agent's own root, which it reports before it ends."""
     agent.wait_for_log("Heartbeat sent successfully.")
+    admin.wait_until_connected(device_uid)
     folder = mac.place("/Library/Application Support/Wsparo Brenvox")
     command = admin.run_command(device_uid, "client_uninstall")
     assert [step["status"] for step in command["history"]][-2:] == ["picked_up", "uninstall_started"]

@@ -8,12 +8,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sanitizer/common_interface_defs.h>
 #include <signal.h>
 #include <string>
 #include <unistd.h>
@@ -21,6 +18,10 @@
 
 #include "Fuzz/Damage.h"
 #include "Fuzz/Targets.h"
+
+#ifdef ORV_SANITIZED
+#include <sanitizer/common_interface_defs.h>
+#endif
 
 namespace {
 
@@ -84,7 +85,9 @@ int runOne(std::string_view name, const fs::path& file, std::uint32_t number) {
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
+#ifdef ORV_SANITIZED
     __sanitizer_set_death_callback(nameWhatIsRunning);
+#endif
     signal(SIGABRT, [](int) { nameWhatIsRunning(); });
     if (argumentCount >= 3) {
         return runOne(arguments[1], arguments[2],
