@@ -36,6 +36,7 @@ WallTime modificationTime(const struct stat& status) {
 }  // namespace
 
 std::vector<DirectoryEntry> readDirectory(const std::string& path) {
+    if (hasNul(path)) throw FileError(EINVAL, path);
     const std::unique_ptr<DIR, CloseDirectory> directory(opendir(path.c_str()));
     if (!directory) throw FileError(errno, path);
     std::vector<DirectoryEntry> entries;
@@ -53,14 +54,14 @@ std::vector<DirectoryEntry> readDirectory(const std::string& path) {
 
 std::optional<EntryAttributes> readAttributes(const std::string& path) {
     struct stat status{};
-    if (lstat(path.c_str(), &status) != 0) return std::nullopt;
+    if (hasNul(path) || lstat(path.c_str(), &status) != 0) return std::nullopt;
     return EntryAttributes{S_ISDIR(status.st_mode), S_ISLNK(status.st_mode),
                            static_cast<std::uint64_t>(status.st_size), modificationTime(status)};
 }
 
 bool isDirectory(const std::string& path) {
     struct stat status{};
-    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    return !hasNul(path) && stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 }  // namespace orv

@@ -21,11 +21,6 @@ namespace {
     throw FileError(errno, path);
 }
 
-/// The system would take such a path for the part before the NUL.
-bool hasNul(const std::string& path) {
-    return path.find('\0') != std::string::npos;
-}
-
 void requireUsable(const std::string& path) {
     if (hasNul(path)) throw FileError(EINVAL, path);
 }
@@ -159,6 +154,10 @@ FileError::FileError(int systemError, const std::string& path)
 
 FileError::FileError(const std::string& reason, const std::string& path)
     : std::runtime_error(fmt::format("{}: {}", reason, path)), why(reason), where(path) {
+}
+
+bool hasNul(const std::string& path) {
+    return path.find('\0') != std::string::npos;
 }
 
 bool fileExists(const std::string& path) {

@@ -36,6 +36,9 @@ struct FileInFolder {
     std::string shownPath;  // for error texts
 };
 
+/// The system would take such a path for the part before the NUL.
+bool hasNul(const std::string& path);
+
 /// Whether something is there, links followed.
 bool fileExists(const std::string& path);
 

@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include "OrvPlatform/TaskGroup.h"
 #include "OrvViewerShared/ChatRelay.h"
 #include "OrvViewerShared/CommandPipeline.h"
 #include "OrvViewerShared/Commands/CommandTable.h"
@@ -72,6 +73,9 @@ struct AgentService::Components {
     UpdateCommand updateCommand;
     CommandPipeline pipeline;
     SystemWake systemWake;
+    TaskGroup tasks;  // the first to go: they use everything else
+
+    Task<void> startRelay(std::string reason);
 };
 
 AgentService::Components::Components(ViewerSettings given, AgentEnvironment surroundings)
@@ -111,10 +115,11 @@ AgentService::Components::Components(ViewerSettings given, AgentEnvironment surr
       pipeline({commandTable({registration, ipScanner, notifyCommand, shellCommand, updateCommand,
                               fileCommands, uninstallCommand}),
                 registration, apiClient, environment.logger,
-                [this](std::string reason) {
-                    return chatRelay.sendPendingChatMessages(std::move(reason));
-                }}),
-      systemWake(environment.timeAsleep) {
+                 [this](std::string reason) { return startRelay(std::move(reason)); }}),
+      systemWake(environment.timeAsleep),
+      tasks(environment.executor, [this](const std::string& name, const std::exception& error) {
+          environment.logger.error(error, fmt::format("The {} ended", name));
+      }) {
 }
 
 void AgentService::Components::lookWhetherTheMachineSlept() {
@@ -123,6 +128,13 @@ void AgentService::Components::lookWhetherTheMachineSlept() {
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(*slept).count();
     environment.logger.info(fmt::format("The machine woke after {} s.", seconds));
     controlChannel.machineWoke();
+}
+
+// However many replies wait, and however slowly the server takes them: the next command does not
+// wait for them.
+Task<void> AgentService::Components::startRelay(std::string reason) {
+    tasks.spawn("chat relay", chatRelay.sendPendingChatMessages(std::move(reason)));
+    co_return;
 }
 
 AgentService::AgentService(ViewerSettings settings, AgentEnvironment environment)
@@ -137,15 +149,10 @@ Task<void> AgentService::runOnce() {
 }
 
 Task<void> AgentService::runForever() {
-    const ViewerLogger& logger = components->environment.logger;
-    logger.info("Wsparo Brenvox macOS daemon started.");
+    components->environment.logger.info("Wsparo Brenvox macOS daemon started.");
     co_await startUp();
-    TaskGroup loops(components->environment.executor,
-                    [&logger](const std::string& name, const std::exception& error) {
-                        logger.error(error, fmt::format("The {} ended", name));
-                    });
-    startLoops(loops);
-    co_await loops.join();
+    startLoops();
+    co_await components->tasks.join();
 }
 
 Task<void> AgentService::startUp() {
@@ -155,7 +162,7 @@ Task<void> AgentService::startUp() {
     co_await components->registration.sendHeartbeat("startup");
 }
 
-void AgentService::startLoops(TaskGroup& loops) {
+void AgentService::startLoops() {
     Components& all = *components;
     const auto everyPeriod = [&](const char* name, std::chrono::seconds period,
                                  std::function<Task<void>()> action) {
@@ -164,7 +171,7 @@ void AgentService::startLoops(TaskGroup& loops) {
             all.lookWhetherTheMachineSlept();
             return action();
         };
-        loops.spawn(name, periodicLoop(all.environment.clock, period, std::move(lookAndAct)));
+        all.tasks.spawn(name, periodicLoop(all.environment.clock, period, std::move(lookAndAct)));
     };
     const std::chrono::seconds chatPeriod{all.settings.chatPollIntervalSeconds};
 
@@ -179,9 +186,9 @@ void AgentService::startLoops(TaskGroup& loops) {
     });
     everyPeriod("chat relay loop", chatPeriod,
                 [&all] { return all.chatRelay.sendPendingChatMessages("timer"); });
-    loops.spawn("automatic update loop", all.updateLoops.autoUpdateLoop());
-    loops.spawn("update request loop", all.updateLoops.manualUpdateRequestLoop());
-    loops.spawn(
+    all.tasks.spawn("automatic update loop", all.updateLoops.autoUpdateLoop());
+    all.tasks.spawn("update request loop", all.updateLoops.manualUpdateRequestLoop());
+    all.tasks.spawn(
         "control channel",
         all.controlChannel.runForever(
             [&all] { return all.registration.identity(); },

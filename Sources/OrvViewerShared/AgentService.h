@@ -13,7 +13,6 @@
 #include "OrvPlatform/SystemRoot.h"
 #include "OrvPlatform/SystemWake.h"
 #include "OrvPlatform/Task.h"
-#include "OrvPlatform/TaskGroup.h"
 #include "OrvPlatform/WebSocket.h"
 #include "OrvPlatform/WorkerPool.h"
 #include "OrvViewerShared/ViewerLogger.h"
@@ -54,7 +53,7 @@ private:
     struct Components;
 
     Task<void> startUp();
-    void startLoops(TaskGroup& loops);
+    void startLoops();
 
     std::unique_ptr<Components> components;
 };

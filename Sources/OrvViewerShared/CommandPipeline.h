@@ -31,7 +31,8 @@ struct CommandRoute {
 /// alone, so that a command runs once.
 class CommandPipeline {
 public:
-    /// Runs after every successful fetch, with a reason for the log.
+    /// Called after every successful fetch, with a reason for the log. Whatever takes long there
+    /// holds up the next fetch of the same trigger.
     using ChatRelay = std::function<Task<void>(std::string reason)>;
 
     struct Parts {

@@ -85,10 +85,13 @@ OpenFolder RemoteChatStore::ensureDirectory() const {
 }
 
 void RemoteChatStore::save(const RemoteChatMessage& message) const {
+    const std::string name = fileName(message, clock.now());
+    const std::string text = prettyJson(message);
+    // Nobody would read it.
+    if (text.size() > messageLimitBytes) throw FileError("Larger than the limit", pathOf(name));
     WriteOptions options;
     options.mode = 0666;
-    ensureDirectory().writeFileAtomically(fileName(message, clock.now()), prettyJson(message),
-                                          options);
+    ensureDirectory().writeFileAtomically(name, text, options);
 }
 
 void RemoteChatStore::saveOrLog(const RemoteChatMessage& message) const {

@@ -103,7 +103,7 @@ void ViewerStateFile::save(const ViewerState& state) const {
         createDirectories(root.locate(paths::configDirectory));
         writeFileAtomically(root.locate(paths::statePath), prettyJson(state));
     } catch (const FileError& error) {
-        logger.error(error, "State save failed");
+        logger.error(FileError(error.reason(), root.shown(error.path())), "State save failed");
     }
 }
 

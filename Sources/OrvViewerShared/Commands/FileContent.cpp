@@ -24,6 +24,7 @@ constexpr const char* domain = "OrvViewerFileTransfer";
 constexpr std::size_t pieceBytes = std::size_t{192} * 1024;
 
 FileDescriptor openRegularFile(const std::string& location, std::uint64_t& sizeBytes) {
+    if (hasNul(location)) throw FileError(EINVAL, location);
     FileDescriptor file(open(location.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!file.isOpen()) throw FileError(errno, location);
     struct stat status{};

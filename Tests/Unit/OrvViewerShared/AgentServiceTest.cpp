@@ -8,6 +8,7 @@
 #include "OrvPlatform/Cancellation.h"
 #include "OrvPlatform/UrlError.h"
 #include "OrvViewerShared/AgentService.h"
+#include "OrvViewerShared/RemoteChatStore.h"
 #include "Support/AgentFixture.h"
 #include "Support/FakeProcessRunner.h"
 #include "Support/FakeWebSockets.h"
@@ -116,6 +117,11 @@ protected:
         stateFile.save(state);
     }
 
+    void plantReply(const std::string& id) const {
+        RemoteChatStore(root, clock, logger)
+            .saveOutgoing({id, "dev", RemoteChatMessage::outgoing, "Anna", "Tak", clock.now()});
+    }
+
     void runFor(std::chrono::nanoseconds span) {
         BackgroundTask task(loop, service().runForever());
         loop.runFor(span);
@@ -182,6 +188,7 @@ TEST_F(AgentServiceTest, everyLoopKeepsItsPeriod) {
     storeRegistration();
     runFor(2h);
     EXPECT_THAT(timesOf("/register"), ElementsAre(1h, 2h));
+    EXPECT_THAT(timesOf("&channel=stable"), ElementsAre(120s)) << "once a day";
     const auto heartbeats = timesOf("/heartbeat");
     ASSERT_EQ(heartbeats.size(), 1u + 24u);
     EXPECT_EQ(heartbeats[1], 300s);
@@ -192,6 +199,49 @@ TEST_F(AgentServiceTest, everyLoopKeepsItsPeriod) {
     const auto notificationPolls = timesOf("?command_type=user_notify");
     ASSERT_EQ(notificationPolls.size(), 1440u);
     EXPECT_EQ(notificationPolls[0], 5s);
+}
+
+TEST_F(AgentServiceTest, everyLoopGivesItsReason) {
+    storeRegistration();
+    http.fallback = [](const HttpRequest& request) -> FakeHttpClient::Answer {
+        const bool isFetch = request.url.find("/commands/pending") != std::string::npos;
+        const bool isFiltered = request.url.ends_with("?command_type=user_notify");
+        if (isFetch && isFiltered) return HttpResponse{503, {}, ""};
+        return HttpResponse{200, {}, isFetch ? R"([{"id":1,"command_type":"?"}])" : "{}"};
+    };
+    plantReply("a");
+    runFor(1h);
+    EXPECT_THAT(log(), HasSubstr("Remote chat reply sent. id=a reason=timer\n"));
+    EXPECT_THAT(log(), HasSubstr("Processing 1 pending commands. reason=timer type=all\n"));
+    EXPECT_THAT(log(), HasSubstr("Heartbeat sent successfully. reason=timer "));
+    EXPECT_THAT(log(), HasSubstr("Inventory sent successfully. reason=timer "));
+}
+
+TEST_F(AgentServiceTest, notificationsAreFetchedForTheirReasonAndRepliesFollow) {
+    storeRegistration();
+    http.fallback = [](const HttpRequest& request) -> FakeHttpClient::Answer {
+        const bool isFiltered = request.url.ends_with("?command_type=user_notify");
+        const char* command = R"([{"id":1,"command_type":"user_notify","payload":{}}])";
+        return HttpResponse{200, {}, isFiltered ? command : "[]"};
+    };
+    plantReply("a");
+    runFor(5s);
+    EXPECT_THAT(log(), HasSubstr("commands. reason=chat_timer type=user_notify\n"));
+    EXPECT_THAT(log(), HasSubstr("Remote chat reply sent. id=a reason="));
+}
+
+TEST_F(AgentServiceTest, aServerThatTakesNoRepliesHoldsUpNoCommands) {
+    storeRegistration();
+    http.fallback = [this](const HttpRequest& request) -> FakeHttpClient::Answer {
+        seen.push_back({clock.monotonicNow().time_since_epoch(), request.url});
+        http.takeTime(clock, request.url.ends_with("/chat-messages") ? 10h : 0s);
+        return HttpResponse{200, {}, "[]"};
+    };
+    plantReply("a");
+    runFor(1h);
+    EXPECT_EQ(timesOf("/chat-messages").size(), 1u);
+    EXPECT_EQ(timesOf("/commands/pending").size(), 6u);
+    EXPECT_EQ(timesOf("?command_type=user_notify").size(), 720u);
 }
 
 TEST_F(AgentServiceTest, noFailureEndsALoop) {

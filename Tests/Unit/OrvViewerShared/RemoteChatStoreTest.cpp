@@ -151,6 +151,17 @@ TEST_F(RemoteChatStoreTest, whoMustKnowIsToldOfAFailedSave) {
     EXPECT_THAT(names(), IsEmpty());
 }
 
+TEST_F(RemoteChatStoreTest, whatWouldNotBeReadIsNotWritten) {
+    RemoteChatMessage message{"1", "p", "incoming", "", "", {}};
+    const std::size_t room = RemoteChatStore::messageLimitBytes - prettyJson(message).size();
+    message.text = std::string(room, 'x');
+    store.save(message);
+    EXPECT_EQ(store.read(store.incomingMessageFiles().at(0)), message);
+    message.text += 'x';
+    EXPECT_THROW(store.save(message), FileError);
+    EXPECT_THAT(names(), SizeIs(1));
+}
+
 TEST_F(RemoteChatStoreTest, listsByConversationAndTime) {
     for (const char* name : {"b.2.x.outgoing.json", "a.3.x.outgoing.json", "b.1.x.outgoing.json",
                              "B.9.x.outgoing.json", "a.1.x.incoming.json", "a.1.x.json",

@@ -80,6 +80,7 @@ TEST_F(ViewerSettingsLoadTest, searchesThePlacesInTheirOrder) {
 
     for (const auto& [path, token] : places) {
         EXPECT_EQ(tokenLoaded(), token);
+        EXPECT_THAT(readFile(configLocation, 10000), testing::HasSubstr(token)) << "copied";
         remove(path.c_str());
         remove(configLocation.c_str());  // loading from elsewhere copies the settings there
         if (token == "environment") putNamed(configLocation, "standard");
@@ -148,6 +149,10 @@ TEST_F(ViewerSettingsLoadTest, whatIsNoReadableFileIsAnErrorAndNoHang) {
     remove(configLocation.c_str());
 
     ASSERT_EQ(mkfifo(configLocation.c_str(), 0600), 0);
+    EXPECT_THROW(ViewerSettings::load(search), FileError);
+    remove(configLocation.c_str());
+
+    put(configLocation, validSettings().dump() + std::string(1 << 20, ' '));
     EXPECT_THROW(ViewerSettings::load(search), FileError);
 }
 

@@ -135,7 +135,8 @@ TEST_F(ViewerStateFileTest, aDamagedLegacyStateIsNamedAndNotCopied) {
 TEST_F(ViewerStateFileTest, aFailingSaveIsLoggedAndKeepsTheOldFile) {
     put(root.locate(paths::configDirectory), "a file where the folder should be");
     file.save(ViewerState{});
-    EXPECT_THAT(log(), HasSubstr("[ERROR] State save failed: "));
+    EXPECT_THAT(log(), HasSubstr("[ERROR] State save failed: Not a directory: /Library/Application "
+                                 "Support/Wsparo Brenvox\n"));
     remove(root.locate(paths::configDirectory).c_str());
 
     put(location + "/in-the-way", "a folder where the file should be");

@@ -153,6 +153,17 @@ TEST_F(FileCommandsTest, whatIsNoFolderIsNotFound) {
     }
 }
 
+TEST_F(FileCommandsTest, aPathWithANulIsNotThePathInFrontOfIt) {
+    put("/d/x");
+    const std::string folderPath("/d\0e", 4);
+    const std::string filePath("/d/x\0y", 6);
+    expectError([&] { list({{"path", folderPath}}); }, 404, "Directory not found: /d");
+    EXPECT_THROW(download({{"path", filePath}}), FileError);
+    EXPECT_THROW(upload({{"target_path", filePath}, {"content_base64", ""}, {"overwrite", true}}),
+                 FileError);
+    EXPECT_EQ(content("/d/x"), "x");
+}
+
 TEST_F(FileCommandsTest, aLinkToAFolderCanBeListed) {
     put("/d/x");
     std::filesystem::create_directory_symlink("d", root.locate("/link"));
@@ -318,6 +329,18 @@ TEST_F(FileCommandsTest, filesThatSayNothingOfTheirSizeAreReadToTheirEnd) {
     EXPECT_GT(json.at("size_bytes"), 0);
     EXPECT_EQ(json.at("content_base64").get<std::string>().size(),
               base64EncodedSize(json.at("size_bytes").get<std::size_t>()));
+}
+
+TEST_F(FileCommandsTest, aFileThatIsLargerThanItSaidIsRefusedAllTheSame) {
+    FileCommands onTheRealSystem{{workers, clock, SystemRoot()}};
+    const Json payload{{"path", "/proc/self/smaps"}, {"max_bytes", 1024}};
+    try {
+        loop.run(onTheRealSystem.downloadFile(payload));
+        FAIL() << "It was sent.";
+    } catch (const CommandError& error) {
+        EXPECT_EQ(error.code(), 413);
+        EXPECT_THAT(error.what(), testing::EndsWith("bytes, limit 1024 bytes."));
+    }
 }
 
 TEST_F(FileCommandsTest, uploadsAFileIntoFoldersThatItMakes) {
