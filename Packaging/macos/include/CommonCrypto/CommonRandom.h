@@ -7,7 +7,7 @@ extern "C" {
 #endif
 
 typedef CCCryptorStatus CCRNGStatus;
-extern CCRNGStatus CCRandomGenerateBytes(void *bytes, size_t count);
+extern CCRNGStatus CCRandomGenerateBytes(void* bytes, size_t count);
 
 #ifdef __cplusplus
 }
