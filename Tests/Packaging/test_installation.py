@@ -205,6 +205,21 @@ def test_a_damaged_profile_fails_and_leaves_no_settings(mac: SampleMac, package:
     assert not [name for name in os.listdir(mac.place(SUPPORT)) if name.startswith(".settings")]
 
 
+def test_the_application_becomes_the_companion(mac: SampleMac, package: Path) -> None:
+    give_settings_beside(package)
+    installed(mac, package)
+    companion = mac.place(f"{APP}/Contents/MacOS/wsparo")
+    companion.write_text('#!/bin/sh\necho "$@"\n')
+    companion.chmod(0o755)
+    application = f"{APP}/Contents/MacOS/Wsparo Brenvox"
+    for arguments in (("--menubar",), ()):
+        assert mac.enter(application, *arguments).stdout == "chat watch\n"
+    companion.unlink()
+    missing = mac.enter(application, "--menubar")
+    assert missing.returncode == 1
+    assert missing.stderr == f"{APP}/Contents/MacOS/wsparo: No such file or directory\n"
+
+
 def test_nobody_logged_in(mac: SampleMac, package: Path) -> None:
     mac.log_out()
     mac.forget_calls()
