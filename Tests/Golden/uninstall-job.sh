@@ -1,7 +1,17 @@
 #!/bin/bash
 mac=''
+
+# Takes Wsparo Brenvox and its predecessor off the Mac; the line above is empty, or says below which
+# folder the Mac lies. Works in the background: what starts it is among the first to be stopped.
+# For bash 3.2 and the Mac's own tools.
+
 log=$mac/tmp/wsparo-brenvox-uninstall.log
 
+# Anybody may have put something at the log's place in /tmp: a link or a hard link to a file that must
+# not be written, a pipe that nobody reads. In a folder with a sticky bit nobody but root can replace a
+# file of root's with a single name, so only such a file is appended to. Otherwise a fresh one is made
+# under an unpredictable name and linked to the log's place, which neither follows nor replaces what
+# somebody puts there in that moment; then only the log is lost.
 openLog() {
     if [ -f "$log" ] && [ ! -L "$log" ] && [ -O "$log" ] &&
         [ "$("$mac/usr/bin/stat" -f %l "$log")" = 1 ]; then

@@ -1,83 +1,15 @@
 #include "OrvViewerShared/Commands/UninstallCommand.h"
 
+#include <cstddef>
 #include <string_view>
 #include <utility>
 
 #include "OrvPlatform/Iso8601.h"
+#include "OrvViewerShared/Commands/UninstallJobTemplate.h"
 
 namespace orv {
 
 namespace {
-
-/// Everything after the line that says where the Mac is.
-///
-/// Anybody may have put something at the log's place in /tmp: a link or a hard link to a file that
-/// must not be written, a pipe that nobody reads. In a folder with a sticky bit nobody but root can
-/// replace a file of root's with a single name, so only such a file is appended to. Otherwise a
-/// fresh one is made under an unpredictable name and linked to the log's place, which neither
-/// follows nor replaces what somebody puts there in that moment; then only the log is lost.
-constexpr std::string_view jobText = R"job(log=$mac/tmp/wsparo-brenvox-uninstall.log
-
-openLog() {
-    if [ -f "$log" ] && [ ! -L "$log" ] && [ -O "$log" ] &&
-        [ "$("$mac/usr/bin/stat" -f %l "$log")" = 1 ]; then
-        exec >>"$log" 2>&1
-        return
-    fi
-    "$mac/bin/rm" -rf "$log"
-    local fresh
-    fresh=$("$mac/usr/bin/mktemp" "$log.XXXXXXXX") || return
-    exec >>"$fresh" 2>&1
-    "$mac/bin/ln" -n "$fresh" "$log"
-    "$mac/bin/rm" -f "$fresh"
-}
-
-bootout() { # domain job-file
-    "$mac/bin/launchctl" bootout "$1" "$mac$2"
-}
-
-delete() { # path...
-    local path
-    for path; do "$mac/bin/rm" -rf "$mac$path"; done
-}
-
-uninstall() {
-    local uid
-    umask 077
-    openLog
-    "$mac/bin/sleep" 2
-
-    bootout system /Library/LaunchDaemons/pl.brenvox.wsparo.daemon.plist
-    bootout system /Library/LaunchDaemons/pl.dalvenor.orvdesk.viewer.daemon.plist
-
-    uid=$("$mac/usr/bin/stat" -f %u "$mac/dev/console")
-    case $uid in
-        '' | 0 | *[!0-9]*) ;;
-        *)
-            bootout "gui/$uid" /Library/LaunchAgents/pl.brenvox.wsparo.menubar.plist
-            bootout "gui/$uid" /Library/LaunchAgents/pl.dalvenor.orvdesk.viewer.menubar.plist
-            ;;
-    esac
-
-    delete /Library/LaunchDaemons/pl.brenvox.wsparo.daemon.plist \
-        /Library/LaunchDaemons/pl.dalvenor.orvdesk.viewer.daemon.plist \
-        /Library/LaunchAgents/pl.brenvox.wsparo.menubar.plist \
-        /Library/LaunchAgents/pl.dalvenor.orvdesk.viewer.menubar.plist
-
-    delete '/Applications/Wsparo Brenvox.app' '/Applications/Wsparo Brenvox.localized' \
-        /Applications/Wsparbox.app /Applications/Orv-Viewer.app \
-        '/Applications/Centrum Wsparo Brenvox.app'
-
-    delete '/Library/Application Support/Wsparo Brenvox' \
-        '/Library/Application Support/Orv-Desk Viewer' \
-        '/Library/Logs/Wsparo Brenvox'
-
-    "$mac/usr/sbin/pkgutil" --forget pl.dalvenor.orvdesk.viewer
-    "$mac/usr/sbin/pkgutil" --forget pl.brenvox.wsparo
-}
-
-uninstall &
-)job";
 
 /// Whatever it holds.
 std::string asShellWord(std::string_view text) {
@@ -90,9 +22,14 @@ std::string asShellWord(std::string_view text) {
 }  // namespace
 
 std::string uninstallJob(const SystemRoot& root) {
+    constexpr std::string_view mark = "@MAC@";
+    constexpr std::string_view whole = uninstallJobTemplate;
+    constexpr std::size_t place = whole.find(mark);
+    static_assert(place != std::string_view::npos);
     std::string mac = root.locate("/");
     mac.pop_back();
-    return "#!/bin/bash\nmac=" + asShellWord(mac) + "\n" + std::string(jobText);
+    return std::string(whole.substr(0, place)) + asShellWord(mac) +
+           std::string(whole.substr(place + mark.size()));
 }
 
 Task<Json> UninstallCommand::startSelfUninstall() {

@@ -33,7 +33,7 @@ _MACHINE_PROGRAMS = {
     "bin": "bash cat chmod cp date dd echo ed expr hostname kill ln ls mkdir mv ps pwd rm rmdir sh "
            "sleep sync test zsh",
     "usr/bin": "awk basename comm curl cut diff dirname env false find grep gzip head kill less "
-               "mktemp nice nohup od openssl perl pgrep printf python3 sed seq sort su tail tar tee "
+               "mktemp nice nohup od openssl perl pgrep printf python3 readlink sed seq sort su tail tar tee "
                "time touch tr true uniq wc which whoami xargs yes",
     "usr/sbin": "chown",
 }

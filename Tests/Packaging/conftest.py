@@ -1,0 +1,36 @@
+"""The package with this machine's programs inside, made once for the whole run."""
+
+from __future__ import annotations
+
+import os
+import subprocess
+import sys
+from pathlib import Path
+
+import pytest
+
+_REPOSITORY = Path(__file__).resolve().parents[2]
+sys.path[:0] = [str(_REPOSITORY / "Tests/SampleMac"), str(_REPOSITORY / "Packaging"),
+                str(_REPOSITORY / "Packaging/macos"), str(Path(__file__).resolve().parent)]
+
+from package_reader import Package  # noqa: E402  (found beside the tests)
+
+BUILD = Path(os.environ.get("ORV_BUILD_DIR", _REPOSITORY / "build/release"))
+
+
+def make_twin(output: Path) -> Path:
+    """A package of the same layout and scripts as for a Mac."""
+    done = subprocess.run([_REPOSITORY / "Packaging/linux-twin", BUILD, output], text=True,
+                          capture_output=True, check=False)
+    assert done.returncode == 0, done.stderr
+    return Path(done.stdout.strip())
+
+
+@pytest.fixture(scope="session")
+def twin_file(tmp_path_factory: pytest.TempPathFactory) -> Path:
+    return make_twin(tmp_path_factory.mktemp("twin"))
+
+
+@pytest.fixture(scope="session")
+def twin(twin_file: Path) -> Package:
+    return Package(twin_file)

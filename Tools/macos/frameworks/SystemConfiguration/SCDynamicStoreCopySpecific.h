@@ -1,0 +1,3 @@
+// By this name libcurl includes what SystemConfiguration.h declares here.
+#pragma once
+#include <SystemConfiguration/SystemConfiguration.h>
