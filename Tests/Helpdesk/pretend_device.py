@@ -10,6 +10,8 @@ from typing import Any, AsyncIterator, Awaitable, Callable, Optional, TypeVar
 
 import aiohttp
 
+from device_bodies import HEARTBEAT_BODY, INVENTORY_BODY
+
 T = TypeVar("T")
 
 REGISTER = "/api/agent/devices/register"
@@ -87,13 +89,7 @@ class PretendDevice:
             return Answer(response.status, await response.text())
 
     def inventory(self, **more: Any) -> dict[str, Any]:
-        return {
-            "device_uid": self.uid,
-            "hostname": "makieta.local",
-            "display_name": "Makieta",
-            "agent_version": "0.2.55",
-            **more,
-        }
+        return {**INVENTORY_BODY, "device_uid": self.uid, **more}
 
     async def register(self, **more: Any) -> Answer:
         """Registers and takes the device token into use."""
@@ -105,8 +101,7 @@ class PretendDevice:
         return answer
 
     async def heartbeat(self, **more: Any) -> Answer:
-        body = {"device_uid": self.uid, "hostname": "makieta.local", "agent_version": "0.2.55"}
-        return await self.post(HEARTBEAT, {**body, **more})
+        return await self.post(HEARTBEAT, {**HEARTBEAT_BODY, "device_uid": self.uid, **more})
 
     async def pending(self, query: str = "") -> Answer:
         return await self.get(f"/api/agent/devices/{self.uid}/commands/pending{query}")
