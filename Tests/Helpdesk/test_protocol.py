@@ -16,7 +16,6 @@ from pretend_device import METADATA, shell_result
 
 FOLDER = Path(__file__).resolve().parents[2] / "docs" / "protocol"
 NOW = "2026-11-15T21:22:14Z"
-UID = "mac-" + "0" * 32
 
 
 @pytest.fixture(scope="module")
