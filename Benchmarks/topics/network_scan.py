@@ -8,7 +8,7 @@ import statistics
 from orvbench import process_facts
 from orvbench.bare import processor_seconds_of_all_at_once, seconds_of
 from orvbench.figures import Figure, Surroundings, Topic, spread
-from orvbench.network import NETWORK, HOSTS, PREFIX, neighbours
+from own_network import NETWORK, HOSTS, PREFIX, neighbours
 from orvbench.rig import Responsiveness, connected_agent, responsiveness_during
 
 from .inventory import later
@@ -44,7 +44,7 @@ async def measure_in_network(surroundings: Surroundings) -> list[Figure]:
             scan = await rig.desk.run_when_fetched("ip_scan", {})
             processor.append(process_facts.processor_time_with_children(rig.pid) - used)
             scans.append(scan.seconds)
-            assert scan.result["host_count"] == HOSTS + 1, scan.report
+            assert scan.result["host_count"] == len(HOSTS) + 1, scan.report
             nmap.append(await asyncio.to_thread(seconds_of, NMAP))
             fping.append(await asyncio.to_thread(seconds_of, FPING))
             bare_processor.append(await asyncio.to_thread(processor_seconds_of_all_at_once, PINGS))
