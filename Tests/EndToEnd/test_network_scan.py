@@ -3,6 +3,9 @@ five hosts in another."""
 
 from __future__ import annotations
 
+import contextlib
+import os
+import resource
 from dataclasses import dataclass
 from typing import Any, Iterator
 
@@ -14,6 +17,8 @@ from helpdesk.process import HelpdeskProcess
 from samplemac import SampleMac
 
 OWN = own_network.OWN_ADDRESS.partition("/")[0]
+USUAL_DESCRIPTORS = 256  # what launchd gives
+RAISED_DESCRIPTORS = 4096
 
 
 @dataclass
@@ -27,6 +32,17 @@ class Office:
         return self.device.run(self.admin, "ip_scan", payload)
 
 
+@contextlib.contextmanager
+def few_descriptors() -> Iterator[None]:
+    """What is started meanwhile begins with a low limit, as on a Mac."""
+    before, most = resource.getrlimit(resource.RLIMIT_NOFILE)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (USUAL_DESCRIPTORS, most))
+    try:
+        yield
+    finally:
+        resource.setrlimit(resource.RLIMIT_NOFILE, (before, most))
+
+
 @pytest.fixture(scope="module")
 def office(tmp_path_factory: pytest.TempPathFactory) -> Iterator[Office]:
     if reason := own_network.why_impossible():
@@ -34,8 +50,9 @@ def office(tmp_path_factory: pytest.TempPathFactory) -> Iterator[Office]:
     folder = tmp_path_factory.mktemp("office")
     with own_network.own_network(), own_network.neighbours() as address, \
             HelpdeskProcess(folder / "desk", events=folder / "events.log") as desk:
-        device = Device(folder / "mac", "office", desk, prepare=SampleMac.use_real_network,
-                        chatPollIntervalSeconds=1)
+        with few_descriptors():
+            device = Device(folder / "mac", "office", desk, prepare=SampleMac.use_real_network,
+                            chatPollIntervalSeconds=1)
         try:
             with desk.client() as admin:
                 admin.wait_until_connected(device.uid)
@@ -68,6 +85,19 @@ def test_names_are_not_looked_up_unless_wanted(office):
     assert [host["ip"] for host in result["networks"][0]["hosts"]] == [OWN]
     assert "hostname" not in result["networks"][0]["hosts"][0]
     assert office.device.mac.tool_calls("dscacheutil") == []
+
+
+def test_a_low_limit_of_descriptors_only_slows_the_scan_down(office):
+    pid = office.device.agent.pid
+    open_now = len(os.listdir(f"/proc/{pid}/fd"))
+    usual, most = resource.prlimit(pid, resource.RLIMIT_NOFILE)
+    assert usual == min(RAISED_DESCRIPTORS, most), "by the agent itself, at its start"
+    resource.prlimit(pid, resource.RLIMIT_NOFILE, (open_now + 100, most))
+    try:
+        result = office.scan(timeout_ms=100)
+    finally:
+        resource.prlimit(pid, resource.RLIMIT_NOFILE, (usual, most))
+    assert [host["ip"] for host in result["networks"][0]["hosts"]] == [OWN, *own_network.HOSTS]
 
 
 def test_every_network_is_scanned_in_its_turn(office):
