@@ -80,6 +80,8 @@ ProcessRequest Shell::requestFor(const std::string& executable,
     ProcessRequest request;
     request.executable = root.locate(executable);
     request.arguments = std::move(arguments);
+    // launchd gives us no language either; a terminal would let tools translate words and dates.
+    request.environmentChanges = {"LC_ALL=C"};
     request.timeout = limits.timeout;
     return request;
 }

@@ -19,8 +19,9 @@ struct ShellLimits {
     std::size_t outputBytes = std::size_t{16} << 20;
 };
 
-/// Asks the system's own tools, by their absolute paths on the Mac and without a shell. Whatever
-/// goes wrong, there is simply no answer; only cancellation is thrown.
+/// Asks the system's own tools, by their absolute paths on the Mac and without a shell, in no
+/// language in particular. Whatever goes wrong, there is simply no answer; only cancellation is
+/// thrown.
 class Shell {
 public:
     Shell(ProcessRunner& runner, SystemRoot root, ShellLimits limits = {});

@@ -43,6 +43,21 @@ TEST_F(ShellTest, givesTheTrimmedOutputOfTheToolBelowTheRoot) {
     EXPECT_EQ(runner.calls[0].timeout, 120s);
 }
 
+TEST_F(ShellTest, toolsSpeakNoLanguageInParticular) {
+    answerOf({});
+    processOutputOf({});
+    ASSERT_EQ(runner.calls.size(), 2U);
+    for (const FakeProcessRunner::Call& call : runner.calls)
+        EXPECT_THAT(call.environmentChanges, ElementsAre("LC_ALL=C"));
+}
+
+TEST_F(ShellTest, aToolHasTwoMinutesUnlessToldOtherwise) {
+    Shell usual(runner, SystemRoot("/mac"));
+    runner.answerAlways("/mac/usr/sbin/tool", {});
+    loop.run(usual.run("/usr/sbin/tool", {}));
+    EXPECT_EQ(runner.calls.at(0).timeout, 120s);
+}
+
 TEST_F(ShellTest, noOutputIsAnEmptyAnswer) {
     EXPECT_EQ(answerOf({}), "");
 }
