@@ -38,7 +38,7 @@ std::vector<Ipv4Interface> ipv4Interfaces() {
     return interfaces;
 }
 
-std::string ipv4Text(std::uint32_t address) {
+std::string ipv4String(std::uint32_t address) {
     return fmt::format("{}.{}.{}.{}", address >> 24, address >> 16 & 0xff, address >> 8 & 0xff,
                        address & 0xff);
 }

@@ -21,6 +21,6 @@ struct Ipv4Interface {
 std::vector<Ipv4Interface> ipv4Interfaces();
 
 /// "192.0.2.1" of 0xC0000201.
-std::string ipv4Text(std::uint32_t address);
+std::string ipv4String(std::uint32_t address);
 
 }  // namespace orv

@@ -1,11 +1,11 @@
 #include <algorithm>
 #include <array>
 #include <set>
+#include <sys/statvfs.h>
 #include <utility>
 
 #include "OrvPlatform/File.h"
 #include "OrvPlatform/MountTable.h"
-#include "OrvPlatform/VolumeFacts.h"
 #include "OrvPlatform/Volumes.h"
 
 namespace orv {
@@ -61,6 +61,18 @@ std::vector<Volume> mountedVolumes(const SystemRoot& root) {
                            capacity->availableBytes, std::move(entry.fileSystem)});
     }
     return volumes;
+}
+
+// A Linux file system is known by its mount point alone.
+std::optional<std::string> volumeLocalizedName(const std::string&) {
+    return std::nullopt;
+}
+
+std::optional<VolumeCapacity> volumeCapacity(const std::string& path) {
+    struct statvfs status{};
+    if (::statvfs(path.c_str(), &status) != 0) return std::nullopt;
+    const std::uint64_t unit = status.f_frsize != 0 ? status.f_frsize : status.f_bsize;
+    return VolumeCapacity{unit * status.f_blocks, unit * status.f_bavail};
 }
 
 }  // namespace orv

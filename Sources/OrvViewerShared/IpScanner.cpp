@@ -8,9 +8,9 @@
 #include <fmt/format.h>
 
 #include "OrvPlatform/Cancellation.h"
+#include "OrvPlatform/ConcurrencyLimit.h"
 #include "OrvPlatform/Iso8601.h"
 #include "OrvPlatform/TaskGroup.h"
-#include "OrvViewerShared/Audit/ConcurrencyLimit.h"
 #include "OrvViewerShared/Commands/Payload.h"
 #include "OrvViewerShared/HostProbe.h"
 
@@ -95,15 +95,15 @@ Task<Json> IpScanner::scanNetwork(LocalNetwork network, Wanted wanted) {
               [](const auto& a, const auto& b) { return a->address < b->address; });
     Json hosts = Json::array();
     for (const auto& host : *found) {
-        Json entry{{"ip", ipv4Text(host->address)}, {"status", "up"}};
+        Json entry{{"ip", ipv4String(host->address)}, {"status", "up"}};
         if (host->latencyMilliseconds) entry["latency_ms"] = *host->latencyMilliseconds;
         if (host->hardwareAddress) entry["mac"] = *host->hardwareAddress;
         if (host->name) entry["hostname"] = *host->name;
         hosts.push_back(std::move(entry));
     }
-    const std::string address = ipv4Text(network.networkAddress);
+    const std::string address = ipv4String(network.networkAddress);
     co_return Json{{"interface", network.interfaceName},
-                   {"local_ip", ipv4Text(network.localAddress)},
+                   {"local_ip", ipv4String(network.localAddress)},
                    {"network", address},
                    {"cidr", fmt::format("{}/{}", address, network.prefixLength)},
                    {"scanned_hosts", network.hosts.size()},
@@ -132,7 +132,7 @@ Task<void> IpScanner::probeAll(std::vector<std::uint32_t> addresses, Wanted want
 }
 
 Task<void> IpScanner::probe(std::uint32_t address, Wanted wanted, std::shared_ptr<Hosts> found) {
-    const std::string text = ipv4Text(address);
+    const std::string text = ipv4String(address);
     const std::optional<std::string> answer = co_await ping(text, wanted.timeout);
     if (!answer) co_return;
     // Listed from here on, whatever becomes of the other questions.
@@ -144,16 +144,19 @@ Task<void> IpScanner::probe(std::uint32_t address, Wanted wanted, std::shared_pt
     std::vector<std::string> arguments{"-n", text};
     const auto neighbour = co_await answerOf("/usr/sbin/arp", std::move(arguments));
     if (neighbour) host->hardwareAddress = parseHardwareAddress(*neighbour);
-    if (!wanted.resolveHostnames) co_return;
-    arguments = {"-q", "host", "-a", "ip_address", text};
-    const auto names = co_await answerOf("/usr/bin/dscacheutil", std::move(arguments));
-    if (names) host->name = parseHostName(*names);
+    if (wanted.resolveHostnames) host->name = co_await hostname(text);
 }
 
 Task<std::optional<std::string>> IpScanner::ping(std::string host,
                                                  std::chrono::milliseconds timeout) {
     std::vector<std::string> arguments{"-c", "1", "-W", std::to_string(timeout.count()), host};
     co_return co_await answerOf("/sbin/ping", std::move(arguments));
+}
+
+Task<std::optional<std::string>> IpScanner::hostname(std::string address) {
+    std::vector<std::string> arguments{"-q", "host", "-a", "ip_address", std::move(address)};
+    const auto names = co_await answerOf("/usr/bin/dscacheutil", std::move(arguments));
+    co_return names ? parseHostName(*names) : std::nullopt;
 }
 
 /// What the tool printed, if it ended with status 0; nothing otherwise.

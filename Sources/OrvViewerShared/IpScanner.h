@@ -52,6 +52,7 @@ private:
                         std::shared_ptr<Hosts> found);
     Task<void> probe(std::uint32_t address, Wanted wanted, std::shared_ptr<Hosts> found);
     Task<std::optional<std::string>> ping(std::string host, std::chrono::milliseconds timeout);
+    Task<std::optional<std::string>> hostname(std::string address);
     Task<std::optional<std::string>> answerOf(std::string tool, std::vector<std::string> arguments);
 
     Parts parts;

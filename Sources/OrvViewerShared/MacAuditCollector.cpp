@@ -102,15 +102,15 @@ std::string timestampOrEmpty(std::optional<WallTime> time) {
 
 void addFindings(Json& body, Findings& found, WallTime now) {
     const std::optional<WallTime> bootTime = parseBootTime(found.bootTime);
-    body["device_type"] = hasInternalBattery(found.battery) ? "laptop" : "workstation";
+    body["device_type"] = hasBattery(found.battery) ? "laptop" : "workstation";
     body["os_build"] = std::move(found.osBuild);
     body["kernel_version"] = std::move(found.kernelVersion);
     body["architecture"] = std::move(found.architecture);
     body["cpu"] = std::move(found.cpu);
-    body["ram_used_bytes"] = parseMemoryUsage(found.memory).value_or(0);
+    body["ram_used_bytes"] = memoryUsage(found.memory).value_or(0);
     body["monitoring"] = {{"source", "orv-viewer-macos-native"}, {"collected_at", iso8601(now)}};
     body["disks"] = std::move(found.disks);
-    body["mac_addresses"] = parseMacAddresses(found.interfaces);
+    body["mac_addresses"] = macAddresses(found.interfaces);
     body["peripherals"] = std::move(found.peripherals);
     body["model"] = std::move(found.model);
     body["uptime_seconds"] = uptimeSeconds(bootTime, now);
@@ -201,7 +201,7 @@ Task<Json> MacAuditCollector::heartbeatPayload(ViewerState state) {
     co_await sources.join();
 
     Json body = heartbeatBasis(facts, state);
-    body["ram_used_bytes"] = parseMemoryUsage(memory).value_or(0);
+    body["ram_used_bytes"] = memoryUsage(memory).value_or(0);
     body["uptime_seconds"] = uptimeSeconds(parseBootTime(bootTime), parts.clock.now());
     remoteTools.addToHeartbeat(body);
     co_return body;
@@ -216,7 +216,7 @@ Json MacAuditCollector::heartbeatBasis(const DeviceFacts& facts, const ViewerSta
         {"status", "online"},
         {"ip_addresses", parts.hostFacts.ipAddresses()},
         {"cpu_load_percent",
-         loadPercent(parts.hostFacts.oneMinuteLoad(), parts.hostFacts.activeProcessorCount())},
+         cpuLoadPercent(parts.hostFacts.oneMinuteLoad(), parts.hostFacts.activeProcessorCount())},
         {"monitoring", {{"update_status", nullptr}}},
     };
     if (state.deviceUid) body["server_assigned_id"] = *state.deviceUid;

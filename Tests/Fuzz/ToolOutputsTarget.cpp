@@ -35,12 +35,12 @@ void names(std::string_view text) {
 }
 
 void numbers(std::string_view text) {
-    (void)hasInternalBattery(text);
+    (void)hasBattery(text);
     (void)batteryObject(text);
     (void)sysctlValue(text, "hw.model");
     (void)parseBootTime(text);
-    (void)parseMemoryUsage(text);
-    (void)parseMacAddresses(text);
+    (void)memoryUsage(text);
+    (void)macAddresses(text);
     (void)parsePingLatency(text);
     (void)parseHardwareAddress(text);
     (void)parseHostName(text);

@@ -35,7 +35,7 @@ std::string firstText(const Json& list, std::initializer_list<const char*> keys)
     return {};
 }
 
-std::string yyyyMMdd(time_t time) {
+std::string yyyyMMddString(time_t time) {
     struct tm local{};
     char text[32] = {};
     if (::localtime_r(&time, &local) == nullptr) return {};
@@ -45,7 +45,7 @@ std::string yyyyMMdd(time_t time) {
 std::string modificationDay(const std::string& location) {
     struct stat attributes{};
     if (::stat(location.c_str(), &attributes) != 0) return {};
-    return yyyyMMdd(attributes.st_mtime);
+    return yyyyMMddString(attributes.st_mtime);
 }
 
 std::optional<std::string> resolvedPath(const std::string& location) {

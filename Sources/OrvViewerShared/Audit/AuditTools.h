@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "OrvPlatform/ConcurrencyLimit.h"
 #include "OrvPlatform/Task.h"
-#include "OrvViewerShared/Audit/ConcurrencyLimit.h"
 #include "OrvViewerShared/Shell.h"
 
 namespace orv {

@@ -60,7 +60,7 @@ std::optional<std::string_view> internalBatteryLine(std::string_view answer) {
 
 }  // namespace
 
-bool hasInternalBattery(std::string_view answer) {
+bool hasBattery(std::string_view answer) {
     return answer.find(internalBattery) != std::string_view::npos;
 }
 

@@ -10,7 +10,7 @@ namespace orv {
 ///     Now drawing from 'Battery Power'
 ///      -InternalBattery-0 (id=4653155)	81%; discharging; 3:12 remaining present: true
 /// UPSs are listed in the same way under their own names.
-bool hasInternalBattery(std::string_view answer);
+bool hasBattery(std::string_view answer);
 
 /// "source": "pmset"; "present", "percent", "state" ("charging", "discharging", "charged",
 /// "finishing charge" or "AC attached") and "time_remaining" ("3:12"), each only when known.

@@ -59,7 +59,7 @@ std::int64_t uptimeSeconds(std::optional<WallTime> bootTime, WallTime now) {
     return std::chrono::duration_cast<std::chrono::seconds>(now - *bootTime).count();
 }
 
-std::optional<std::int64_t> parseMemoryUsage(std::string_view answer) {
+std::optional<std::int64_t> memoryUsage(std::string_view answer) {
     const std::optional<std::int64_t> pageSize = firstMatchInteger(answer, "page size of ");
     if (!pageSize) return std::nullopt;
     std::int64_t bytes = 0;
@@ -74,13 +74,13 @@ std::optional<std::int64_t> parseMemoryUsage(std::string_view answer) {
     return bytes;
 }
 
-double loadPercent(std::optional<double> oneMinuteLoad, unsigned activeProcessors) {
+double cpuLoadPercent(std::optional<double> oneMinuteLoad, unsigned activeProcessors) {
     if (!oneMinuteLoad || !std::isfinite(*oneMinuteLoad)) return 0;
     const double percent = *oneMinuteLoad / std::max(activeProcessors, 1U) * 100;
     return std::clamp(std::round(percent * 10) / 10, 0.0, 100.0);
 }
 
-std::vector<std::string> parseMacAddresses(std::string_view answer) {
+std::vector<std::string> macAddresses(std::string_view answer) {
     constexpr std::string_view label = "ether ";
     std::vector<std::string> addresses;
     for (std::size_t at = answer.find(label); at != std::string_view::npos;

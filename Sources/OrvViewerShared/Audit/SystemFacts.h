@@ -28,14 +28,14 @@ std::int64_t uptimeSeconds(std::optional<WallTime> bootTime, WallTime now);
 
 /// Bytes in use by the answer of "/usr/bin/vm_stat": pages that are active, wired down or occupied
 /// by the compressor. Nothing when the answer does not tell the page size.
-std::optional<std::int64_t> parseMemoryUsage(std::string_view answer);
+std::optional<std::int64_t> memoryUsage(std::string_view answer);
 
 /// The load average in percent of what the processors can do: one decimal, 0 to 100.
-double loadPercent(std::optional<double> oneMinuteLoad, unsigned activeProcessors);
+double cpuLoadPercent(std::optional<double> oneMinuteLoad, unsigned activeProcessors);
 
 /// The word after each "ether " in the answer of "/sbin/ifconfig -a", without duplicates, in the
 /// order of appearance.
-std::vector<std::string> parseMacAddresses(std::string_view answer);
+std::vector<std::string> macAddresses(std::string_view answer);
 
 /// The system's build ("24F74") by its own version file; the empty text when it is unknown.
 /// Reads a file: for a worker.

@@ -10,7 +10,7 @@
 #include "OrvPlatform/File.h"
 #include "OrvPlatform/Iso8601.h"
 #include "OrvPlatform/Text.h"
-#include "OrvPlatform/VolumeFacts.h"
+#include "OrvPlatform/Volumes.h"
 #include "OrvViewerShared/Commands/CommandError.h"
 
 namespace orv {

@@ -21,9 +21,9 @@ TEST(NetworkInterfacesTest, includeTheLoopback) {
 }
 
 TEST(NetworkInterfacesTest, writeAddressesAsText) {
-    EXPECT_EQ(ipv4Text(0xC0000201), "192.0.2.1");
-    EXPECT_EQ(ipv4Text(0xFFFFFFFF), "255.255.255.255");
-    EXPECT_EQ(ipv4Text(0), "0.0.0.0");
+    EXPECT_EQ(ipv4String(0xC0000201), "192.0.2.1");
+    EXPECT_EQ(ipv4String(0xFFFFFFFF), "255.255.255.255");
+    EXPECT_EQ(ipv4String(0), "0.0.0.0");
 }
 
 }  // namespace

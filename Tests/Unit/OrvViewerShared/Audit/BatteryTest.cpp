@@ -39,8 +39,8 @@ TEST(BatteryTest, leavesOutWhatIsUnknown) {
 }
 
 TEST(BatteryTest, aDesktopHasNone) {
-    EXPECT_FALSE(hasInternalBattery("Now drawing from 'AC Power'"));
-    EXPECT_TRUE(hasInternalBattery(" -InternalBattery-0 (id=1)\t1%; charged"));
+    EXPECT_FALSE(hasBattery("Now drawing from 'AC Power'"));
+    EXPECT_TRUE(hasBattery(" -InternalBattery-0 (id=1)\t1%; charged"));
     EXPECT_EQ(batteryOf("-Northups 900 (id=7)\t100%; charging present: true"),
               parseJson(R"({"source": "pmset", "present": false})"));
 }

@@ -54,35 +54,35 @@ TEST(UptimeTest, isWholeSecondsAndNeverNegative) {
 }
 
 TEST(MemoryUsageTest, countsActiveWiredAndCompressedPages) {
-    EXPECT_EQ(parseMemoryUsage(vmStat), 132000LL * 16384);
+    EXPECT_EQ(memoryUsage(vmStat), 132000LL * 16384);
 }
 
 TEST(MemoryUsageTest, takesAMissingCountAsZero) {
-    EXPECT_EQ(parseMemoryUsage("page size of 4096 bytes\nPages active: 3.\n"), 3 * 4096);
-    EXPECT_EQ(parseMemoryUsage("page size of 4096 bytes"), 0);
+    EXPECT_EQ(memoryUsage("page size of 4096 bytes\nPages active: 3.\n"), 3 * 4096);
+    EXPECT_EQ(memoryUsage("page size of 4096 bytes"), 0);
 }
 
 TEST(MemoryUsageTest, isUnknownWithoutAnAnswerOrBeyondAllBounds) {
-    EXPECT_EQ(parseMemoryUsage(""), std::nullopt);
-    EXPECT_EQ(parseMemoryUsage("Seiten aktiv: 7"), std::nullopt);
-    EXPECT_EQ(parseMemoryUsage("page size of 4611686018427387904\nPages active: 4"), std::nullopt);
+    EXPECT_EQ(memoryUsage(""), std::nullopt);
+    EXPECT_EQ(memoryUsage("Seiten aktiv: 7"), std::nullopt);
+    EXPECT_EQ(memoryUsage("page size of 4611686018427387904\nPages active: 4"), std::nullopt);
 }
 
 TEST(LoadPercentTest, dividesByTheProcessorsAndRoundsToOneDecimal) {
-    EXPECT_DOUBLE_EQ(loadPercent(2.0, 8), 25.0);
-    EXPECT_DOUBLE_EQ(loadPercent(1.0, 3), 33.3);
-    EXPECT_DOUBLE_EQ(loadPercent(40.0, 8), 100.0);
-    EXPECT_DOUBLE_EQ(loadPercent(std::nullopt, 8), 0.0);
-    EXPECT_DOUBLE_EQ(loadPercent(1.0, 0), 100.0);
+    EXPECT_DOUBLE_EQ(cpuLoadPercent(2.0, 8), 25.0);
+    EXPECT_DOUBLE_EQ(cpuLoadPercent(1.0, 3), 33.3);
+    EXPECT_DOUBLE_EQ(cpuLoadPercent(40.0, 8), 100.0);
+    EXPECT_DOUBLE_EQ(cpuLoadPercent(std::nullopt, 8), 0.0);
+    EXPECT_DOUBLE_EQ(cpuLoadPercent(1.0, 0), 100.0);
 }
 
 TEST(MacAddressesTest, areTheWordsAfterEther) {
-    EXPECT_THAT(parseMacAddresses("en0: flags=8863<UP> mtu 1500\n\tether a4:83:e7:00:00:01 \n"
-                                  "\tinet 192.0.2.17 netmask 0xffffff00\n"
-                                  "en1: flags=8863<UP>\n\tether a4:83:e7:00:00:02\n"
-                                  "bridge0:\n\tether a4:83:e7:00:00:01\n\tether "),
+    EXPECT_THAT(macAddresses("en0: flags=8863<UP> mtu 1500\n\tether a4:83:e7:00:00:01 \n"
+                             "\tinet 192.0.2.17 netmask 0xffffff00\n"
+                             "en1: flags=8863<UP>\n\tether a4:83:e7:00:00:02\n"
+                             "bridge0:\n\tether a4:83:e7:00:00:01\n\tether "),
                 ElementsAre("a4:83:e7:00:00:01", "a4:83:e7:00:00:02"));
-    EXPECT_THAT(parseMacAddresses("Schnittstelle nicht gefunden"), IsEmpty());
+    EXPECT_THAT(macAddresses("Schnittstelle nicht gefunden"), IsEmpty());
 }
 
 class OsBuildTest : public AuditFixture {

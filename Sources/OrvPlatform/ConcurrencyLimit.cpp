@@ -1,4 +1,4 @@
-#include "OrvViewerShared/Audit/ConcurrencyLimit.h"
+#include "OrvPlatform/ConcurrencyLimit.h"
 
 #include <list>
 #include <utility>

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "OrvPlatform/ConcurrencyLimit.h"
 #include "OrvPlatform/TaskGroup.h"
-#include "OrvViewerShared/Audit/ConcurrencyLimit.h"
 #include "Support/FakeClock.h"
 #include "Support/TestLoop.h"
 
