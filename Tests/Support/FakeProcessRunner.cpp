@@ -42,6 +42,11 @@ void FakeProcessRunner::answerAlways(std::string executable, ScriptedProcess pro
     generalAnswers.insert_or_assign(std::move(executable), std::move(process));
 }
 
+void FakeProcessRunner::forget(const std::string& executable) {
+    std::erase_if(exactAnswers, [&](const auto& entry) { return entry.first.first == executable; });
+    generalAnswers.erase(executable);
+}
+
 void FakeProcessRunner::failToLaunch(std::string executable, std::string reason) {
     launchFailures.insert_or_assign(std::move(executable), std::move(reason));
 }

@@ -33,6 +33,9 @@ public:
     /// For all arguments without an answer of their own.
     void answerAlways(std::string executable, ScriptedProcess process);
 
+    /// From now on the program does not exist.
+    void forget(const std::string& executable);
+
     /// From now on the program fails to start, for example with "Permission denied".
     void failToLaunch(std::string executable, std::string reason);
 

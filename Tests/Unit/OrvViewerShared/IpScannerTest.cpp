@@ -202,6 +202,19 @@ TEST_F(IpScannerTest, clampsTheTimeout) {
     }
 }
 
+TEST_F(IpScannerTest, valuesOfOtherKindsAreTheDefaults) {
+    hostAnswers(1);
+    const Json strange = {{"timeout_ms", Json::array()},
+                          {"max_prefix_length", Json::object()},
+                          {"resolve_hostnames", Json::array({false})}};
+    for (const Json& payload : {strange, Json("text"), Json(nullptr), Json(7)}) {
+        processes.calls.clear();
+        EXPECT_EQ(scan(payload).at("networks")[0].at("cidr"), "192.168.1.0/29") << payload;
+        EXPECT_THAT(argumentsOf("/sbin/ping", 3), Each("350")) << payload;
+        EXPECT_THAT(argumentsOf("/usr/bin/dscacheutil", 4), ElementsAre(ip(1))) << payload;
+    }
+}
+
 TEST_F(IpScannerTest, clampsTheWidth) {
     interfaces = {interfaceWith(0xFFFF0000)};
     EXPECT_EQ(scan({{"max_prefix_length", 16}}).at("networks")[0].at("cidr"), "192.168.1.0/24");
@@ -223,6 +236,23 @@ TEST_F(IpScannerTest, anAnswerCountsWhateverPingPrinted) {
     const Json result = scan();
     EXPECT_EQ(result.at("networks")[0].at("hosts"),
               (Json::array({{{"ip", ip(3)}, {"status", "up"}}})));
+}
+
+TEST_F(IpScannerTest, aPingThatFailsIsSilenceWhateverItPrinted) {
+    processes.answerAlways("/sbin/ping",
+                           {.standardOutput = "36 bytes from 10.0.0.1: Time to live exceeded\n"
+                                              "64 bytes: icmp_seq=0 ttl=64 time=1.5 ms\n",
+                            .end = Exited{2}});
+    EXPECT_EQ(scan().at("host_count"), 0);
+}
+
+TEST_F(IpScannerTest, aPingThatHangsIsASilentHost) {
+    hostAnswers(3);
+    processes.answer("/sbin/ping", {"-c", "1", "-W", "350", ip(2)}, {.delay = 24h});
+    const Json result = scan();
+    EXPECT_EQ(result.at("duration_ms"), 5000);
+    EXPECT_EQ(result.at("networks")[0].at("hosts")[0].at("ip"), ip(3));
+    EXPECT_EQ(result.at("host_count"), 1);
 }
 
 TEST_F(IpScannerTest, withoutNetworksOrToolsTheResultIsEmpty) {
@@ -273,6 +303,13 @@ TEST_F(IpScannerTest, aHostIsListedEvenWhenTheOtherToolsFail) {
               (Json::array({{{"ip", ip(1)}, {"status", "up"}, {"latency_ms", 1.5}}})));
 }
 
+TEST_F(IpScannerTest, aToolThatPrintsTooMuchTellsNothing) {
+    hostAnswers(1);
+    processes.answerAlways(
+        "/usr/sbin/arp", {.standardOutput = std::string(1 << 20, 'x') + "? at 1:2:3:4:5:6 on en0"});
+    EXPECT_FALSE(scan().at("networks")[0].at("hosts")[0].contains("mac"));
+}
+
 TEST_F(IpScannerTest, eachToolHasFiveSeconds) {
     hostAnswers(1);
     scan();
@@ -301,6 +338,8 @@ TEST_F(IpScannerTest, aNetworkIsDoneWithinAMinuteWithWhatIsKnown) {
     const Json result = loop.run(slow.scan(Json::object()));
 
     EXPECT_EQ(result.at("duration_ms"), 60'000);
+    EXPECT_EQ(result.at("started_at"), "2026-03-01T09:15:02Z");
+    EXPECT_EQ(result.at("completed_at"), "2026-03-01T09:16:02Z");
     EXPECT_EQ(result.at("host_count"), 6) << "ten seconds each";
     EXPECT_EQ(processes.running, 0u);
 }

@@ -1,114 +1,19 @@
-#include <csignal>
-#include <unistd.h>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "OrvPlatform/Cancellation.h"
 #include "OrvPlatform/TaskGroup.h"
 #include "OrvViewerShared/Audit/DeviceUid.h"
-#include "OrvViewerShared/MacAuditCollector.h"
-#include "Support/AuditFixture.h"
-#include "Support/FakeHostFacts.h"
+#include "Support/CollectorFixture.h"
 
 namespace orv {
 namespace {
 
 using namespace std::chrono_literals;
-using testing::Contains;
 using testing::Each;
 using testing::HasSubstr;
-using testing::Not;
-using testing::UnorderedElementsAreArray;
 
-class MacAuditCollectorTest : public AuditFixture {
-protected:
-    MacAuditCollectorTest() { settings.viewerToken = " viewer-1 "; }
-
-    /// A portable Mac whose every source answers.
-    void laptop() {
-        tool("/usr/bin/uname", {"-r"}, "24.5.0\n");
-        tool("/usr/bin/uname", {"-m"}, "arm64\n");
-        tool("/usr/sbin/sysctl", {"machdep.cpu.brand_string"},
-             "machdep.cpu.brand_string: Apple M3\n");
-        tool("/usr/sbin/sysctl", {"hw.model"}, "hw.model: Mac15,3\n");
-        tool("/usr/sbin/sysctl", {"-n", "kern.boottime"}, "{ sec = 1772352000, usec = 0 } x\n");
-        tool("/usr/bin/vm_stat", {}, "page size of 16384 bytes\nPages active: 100.\n");
-        tool("/usr/bin/pmset", {"-g", "batt"},
-             "Now drawing from 'AC Power'\n -InternalBattery-0 (id=1)\t80%; charging; 0:40 "
-             "remaining present: true\n");
-        tool("/sbin/ifconfig", {"-a"}, "en0:\n\tether a4:83:e7:00:00:01\n");
-        tool("/usr/libexec/ApplicationFirewall/socketfilterfw", {"--getglobalstate"}, "on\n");
-        tool("/usr/bin/fdesetup", {"status"}, "FileVault is On.\n");
-        tool("/usr/bin/csrutil", {"status"}, "enabled.\n");
-        tool("/usr/bin/dscl", {".", "-list", "/Users"}, "anna\n");
-        tool("/usr/bin/lpstat", {"-p"}, "printer a is idle.\n");
-        tool("/usr/sbin/softwareupdate", {"-l"}, "Software Update Tool\n");
-        tool("/usr/sbin/system_profiler", {"SPHardwareDataType", "-json"},
-             R"({"SPHardwareDataType": [{"_name": "hardware_overview"}]})");
-        tool("/usr/sbin/system_profiler",
-             {"SPUSBDataType", "SPDisplaysDataType", "SPPrintersDataType", "-json"},
-             R"({"SPPrintersDataType": [{"_name": "P"}]})");
-        file("/System/Library/CoreServices/SystemVersion.plist",
-             "<plist version=\"1.0\"><dict><key>ProductBuildVersion</key><string>24F74</string>"
-             "</dict></plist>");
-        application("/Applications/Tool.app",
-                    "<key>NSHumanReadableCopyright</key><string>© 2020 Acme</string>");
-    }
-
-    /// Its user with all three remote-desktop tools.
-    void remoteTools() {
-        folder("/Users/anna");
-        tool("/usr/bin/dscl", {".", "-read", "/Users/anna", "NFSHomeDirectory"},
-             "NFSHomeDirectory: /Users/anna\n");
-        file("/etc/anydesk/system.conf", "ad.anynet.id=111\n");
-        file(teamViewerList, "x");
-        tool("/usr/bin/defaults", {"read", root.locate(teamViewerList)}, "ClientID = 222;");
-        folder("/Applications/RustDesk.app");
-        file("/Users/anna/Library/Preferences/com.carriez.RustDesk/RustDesk.toml", "id = '333'\n");
-    }
-
-    MacAuditCollector collector() {
-        auto volumes = [](const SystemRoot&) {
-            return std::vector<Volume>{{"Dysk", "/", 1000, 400, "apfs"}};
-        };
-        return MacAuditCollector(
-            {settings, shell, host, clock, workers, logger, root, loop.executor(), volumes});
-    }
-
-    Json inventory() {
-        MacAuditCollector made = collector();
-        return loop.run(made.collect());
-    }
-
-    Json heartbeat(ViewerState state = {}) {
-        MacAuditCollector made = collector();
-        return loop.run(made.heartbeatPayload(std::move(state)));
-    }
-
-    static std::vector<std::string> keysOf(const Json& object) {
-        std::vector<std::string> keys;
-        for (const auto& [key, value] : object.items())
-            keys.push_back(key);
-        return keys;
-    }
-
-    static constexpr const char* teamViewerList =
-        "/Library/Preferences/com.teamviewer.teamviewer.preferences.plist";
-    ViewerSettings settings;
-    FakeHostFacts host;
-    ViewerLogger logger{root, clock};
-};
-
-const std::vector<std::string> keysWithoutIdentifiers = {
-    "device_uid",     "hostname",     "display_name",   "device_type",    "os_name",
-    "os_version",     "os_build",     "kernel_version", "architecture",   "cpu",
-    "cpu_cores",      "ram_bytes",    "ram_used_bytes", "disks",          "ip_addresses",
-    "mac_addresses",  "peripherals",  "logged_in_user", "agent_version",  "agent_channel",
-    "serial_number",  "manufacturer", "model",          "uptime_seconds", "boot_time",
-    "battery",        "security",     "patches",        "monitoring",     "audit",
-    "tags",           "status",       "health_status",  "software",       "rustdesk_status",
-    "rustdeskStatus", "remote",       "viewer_token",   "viewerToken"};
+using MacAuditCollectorTest = CollectorFixture;
 
 TEST_F(MacAuditCollectorTest, collectsEveryKeyOfTheInventory) {
     laptop();
@@ -154,79 +59,6 @@ TEST_F(MacAuditCollectorTest, collectsEveryKeyOfTheInventory) {
         "anydesk_id": "111", "anydeskId": "111",
         "viewer_token": "viewer-1", "viewerToken": "viewer-1"})"));
 }
-
-TEST_F(MacAuditCollectorTest, isCompleteWithoutAnySource) {
-    host.serial.reset();
-    host.uuid.reset();
-    host.user.reset();
-    host.addresses.clear();
-
-    const Json body = inventory();
-
-    EXPECT_THAT(keysOf(body), UnorderedElementsAreArray(keysWithoutIdentifiers));
-    for (const char* key : {"os_build", "kernel_version", "architecture", "cpu", "model",
-                            "boot_time", "serial_number", "logged_in_user"}) {
-        EXPECT_EQ(body[key], "") << key;
-    }
-    EXPECT_EQ(body["ram_used_bytes"], 0);
-    EXPECT_EQ(body["uptime_seconds"], 0);
-    EXPECT_EQ(body["device_type"], "workstation");
-    EXPECT_EQ(body["battery"], Json({{"source", "pmset"}}));
-    EXPECT_EQ(body["rustdesk_status"], "not_installed");
-    for (const char* key : {"mac_addresses", "ip_addresses", "peripherals", "software"}) {
-        EXPECT_EQ(body[key], Json::array()) << key;
-    }
-    EXPECT_FALSE(fileExists(logger.logFile())) << "a missing source is no failure";
-}
-
-/// One way in which every tool goes wrong at once.
-struct Misbehaviour {
-    const char* name;
-    ScriptedProcess process;
-};
-
-class MisbehavingToolsTest : public MacAuditCollectorTest,
-                             public testing::WithParamInterface<Misbehaviour> {};
-
-TEST_P(MisbehavingToolsTest, leaveTheInventoryComplete) {
-    for (const char* executable :
-         {"/usr/bin/uname", "/usr/sbin/sysctl", "/usr/bin/vm_stat", "/usr/bin/pmset",
-          "/sbin/ifconfig", "/usr/libexec/ApplicationFirewall/socketfilterfw", "/usr/bin/fdesetup",
-          "/usr/bin/csrutil", "/usr/bin/dscl", "/usr/bin/lpstat", "/usr/sbin/softwareupdate",
-          "/usr/sbin/system_profiler", "/usr/bin/mdls", "/usr/bin/codesign", "/usr/bin/defaults",
-          "/usr/bin/id", "/bin/launchctl"}) {
-        toolAlways(executable, GetParam().process);
-    }
-    application("/Applications/Tool.app",
-                "<key>CFBundleIdentifier</key><string>com.figma.x</string>");
-    file(teamViewerList, "x");
-    const MonotonicTime begin = clock.monotonicNow();
-
-    const Json body = inventory();
-
-    EXPECT_THAT(keysOf(body), UnorderedElementsAreArray(keysWithoutIdentifiers));
-    EXPECT_EQ(body["ram_used_bytes"], 0);
-    EXPECT_EQ(body["cpu"], "");
-    EXPECT_EQ(body["boot_time"], "");
-    EXPECT_EQ(body["peripherals"], Json::array());
-    EXPECT_EQ(body["remote"]["rustdesk"]["server_launch_agent_running"], false);
-    EXPECT_EQ(body["remote"]["rustdesk"]["config_directory"], "");
-    EXPECT_EQ(body["software"].size(), 1U);
-    EXPECT_LT(clock.monotonicNow() - begin, 15min);
-    EXPECT_FALSE(compactJson(body).empty());
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Ways, MisbehavingToolsTest,
-    testing::Values(Misbehaviour{"failing", {.standardOutput = "x", .end = Exited{1}}},
-                    Misbehaviour{"crashing", {.end = Signalled{SIGSEGV}}},
-                    Misbehaviour{"silent", {}}, Misbehaviour{"hanging", {.delay = 24h}},
-                    Misbehaviour{"binary", {.standardOutput = std::string("\0\xff\xfe{[\x80", 6)}},
-                    Misbehaviour{"foreign",
-                                 {.standardOutput = "Die Anfrage wurde nicht verstanden: 12\n"
-                                                    "未找到。\nnie ma takiego klucza = 7;\n"}},
-                    Misbehaviour{"flooding", {.standardOutput = std::string(2 << 20, 'x')}}),
-    [](const auto& tested) { return std::string(tested.param.name); });
 
 TEST_F(MacAuditCollectorTest, takesAsLongAsItsSlowestTool) {
     laptop();

@@ -111,6 +111,21 @@ TEST_F(ApplicationScanTest, survivesAnUnreadableFolderAndALinkInACircle) {
     EXPECT_THAT(foundPaths(), ElementsAre("/Applications/Good.app"));
 }
 
+TEST_F(ApplicationScanTest, aFolderThatCannotBeReadHidesOnlyItself) {
+    file("/Applications", "no folder");
+    named("/System/Applications/Good.app", "Good");
+    EXPECT_THAT(foundPaths(), ElementsAre("/System/Applications/Good.app"));
+}
+
+TEST_F(ApplicationScanTest, takesStrangeNamesAsTheyAre) {
+    const std::string name = "\"Firma\"\n'Ż\\t";
+    application("/Applications/" + name + ".app", "");
+    const std::vector<ApplicationBundle> found = scanApplications(root);
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found[0].name, name);
+    EXPECT_EQ(found[0].path, "/Applications/" + name + ".app");
+}
+
 TEST_F(ApplicationScanTest, datesTheInstallationInLocalTime) {
     const test::ScopedEnvironment zone("TZ", "Europe/Warsaw");
     ::tzset();

@@ -89,6 +89,7 @@ TEST(CompanyOfSignatureTest, doesNotTakeTheStoreForTheCompany) {
     EXPECT_EQ(companyOfSignature("Apple Mac OS Application Signing", "com.acme.app"), std::nullopt);
     EXPECT_EQ(companyOfSignature("Apple Mac OS Application Signing", "com.apple.app"),
               Name("Apple Inc."));
+    EXPECT_EQ(companyOfSignature("Apple Development: Jan (AB12)", "com.acme.app"), std::nullopt);
     EXPECT_EQ(companyOfSignature("Apple Distribution: Acme (AB12)", "com.acme.app"), Name("Acme"));
     EXPECT_EQ(companyOfSignature("Developer ID Application: Acme (AB12)", ""), Name("Acme"));
 }
