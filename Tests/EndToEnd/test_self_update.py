@@ -3,6 +3,7 @@ build of itself: from the order to the new version's heartbeat, and back when th
 
 from __future__ import annotations
 
+import json
 import os
 import plistlib
 from pathlib import Path
@@ -10,9 +11,11 @@ from typing import Any, Callable, Iterator
 
 import pytest
 
-from update_agent import (NEW, AgentMac, agent_program, expect_installed, wait_for_heartbeat_of)
-from update_mac import (APP, BACKUPS, DAEMON_TARGET, JOB, LOG, OLD, REQUEST, RUNTIME, STATUS, SUPPORT,
-                        package, program)
+from helpdesk.client import HelpdeskClient
+from helpdesk.process import HelpdeskProcess
+from update_agent import NEW, AgentMac, agent_program, expect_installed, wait_for_heartbeat_of
+from update_mac import (APP, BACKUPS, DAEMON_TARGET, DAILY_CHECK, JOB, LOG, OLD, REQUEST, RUNTIME,
+                        STATUS, SUPPORT, package, program)
 from update_outcomes import NOT_HEALTHY, WRONG_HASH, WRONG_SIZE
 
 pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="needs root to enter the sample Mac")
@@ -225,3 +228,36 @@ def test_the_package_replaces_files_not_the_users_settings(mac, admin, publish):
     bundle = plistlib.loads(mac.place(f"{APP}/Contents/Info.plist").read_bytes())
     assert bundle["CFBundleShortVersionString"] == NEW
     assert mac.is_running(DAEMON_TARGET)
+
+
+# The automatic check
+
+@pytest.fixture(scope="session")
+def day_begun(tmp_path_factory) -> Iterator[tuple[AgentMac, HelpdeskClient]]:
+    """A helpdesk of its own, because packages are for whoever asks: this one's is on offer from the
+    start."""
+    folder = tmp_path_factory.mktemp("day")
+    content = package(folder, NEW, daemon=agent_program(NEW))
+    with HelpdeskProcess(folder / "desk") as own_desk, own_desk.client() as own_admin:
+        own_admin.publish_package(content, NEW)
+        with AgentMac(folder / "mac", own_desk, "day") as sample:
+            sample.start()
+            yield sample, own_admin
+
+
+@pytest.fixture(scope="session", autouse=True)
+def day_passes(request: pytest.FixtureRequest) -> None:
+    """The two minutes before its first check pass while the other tests of this file run."""
+    if any("day_begun" in getattr(item, "fixturenames", ()) for item in request.session.items):
+        request.getfixturevalue("day_begun")
+
+
+@pytest.mark.late
+def test_the_daily_check_ends_with_the_new_version(day_begun):
+    own, own_admin = day_begun
+    own.wait_until(own.place(DAILY_CHECK).exists, "daily check", 150)
+    expect_installed(own, own_admin, "auto_daily")
+    result = own.read_log().split("daily auto-update scheduled. result=", 1)[1].split("\n", 1)[0]
+    assert json.loads(result)["update_started"] is True
+    assert json.loads(own.place(DAILY_CHECK).read_text()).endswith("Z")
+    assert own_admin.violations() == []
