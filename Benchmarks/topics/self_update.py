@@ -33,12 +33,12 @@ async def measure(surroundings: Surroundings) -> list[Figure]:
     return [
         Figure("request written to script started, the longest", max(polled),
                POLLING_SECONDS + OWN_PART_SECONDS, "s", why=spread(polled)),
-        Figure("request seen to script started, the median", statistics.median(own), OWN_PART_SECONDS, "s",
-               why=spread(own, 1000, "ms")),
+        Figure("request seen to script started, the median", statistics.median(own),
+               OWN_PART_SECONDS, "s", why=spread(own, 1000, "ms")),
         Figure("checks and backup, against the bare tools",
                statistics.median(script) / statistics.median(tools), TIMES_THE_TOOLS,
-               why=f"script {spread(script, 1000, 'ms')}, tools {spread(tools, 1000, 'ms')}; package of "
-                   f"{PACKAGE_MIB} MiB, application of {APPLICATION_MIB} MiB")]
+               why=f"script {spread(script, 1000, 'ms')}, tools {spread(tools, 1000, 'ms')}; package "
+                   f"of {PACKAGE_MIB} MiB, application of {APPLICATION_MIB} MiB")]
 
 
 async def _request_to_script(surroundings: Surroundings) -> tuple[list[float], list[float]]:
@@ -89,7 +89,8 @@ def _checks_and_backup(surroundings: Surroundings) -> tuple[list[float], list[fl
         script = mac.place(SCRIPT)
         whole = script.read_text()
         assert whole.endswith("\nmain\n")
-        script.write_text(whole.removesuffix("main\n") + "verify_package\nbackup_current_installation\n")
+        script.write_text(whole.removesuffix("main\n")
+                          + "verify_package\nbackup_current_installation\n")
         bare = mac.place(f"{UPDATES}/bare.sh")
         bare.write_text(_tools())
         # One after the other each time, so that both meet the same machine.

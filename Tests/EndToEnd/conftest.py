@@ -18,7 +18,6 @@ from device import Device, device_uid_of, give_identity  # noqa: E402
 from helpdesk.client import HelpdeskClient  # noqa: E402
 from helpdesk.process import HelpdeskProcess  # noqa: E402
 from samplemac import SampleMac  # noqa: E402
-from update_agent import NEW as NEWER_BUILD, AgentMac, agent_program  # noqa: E402
 from update_mac import NEW, package  # noqa: E402
 
 
@@ -138,23 +137,3 @@ def offer(admin, desk) -> Iterator[Callable[..., str]]:
     yield publish
     for number in published:
         admin.withdraw_package(number)
-
-
-@pytest.fixture(scope="session")
-def day_begun(tmp_path_factory) -> Iterator[tuple[AgentMac, HelpdeskClient]]:
-    """The built agent under launchd, with a helpdesk of its own that offers a newer build from the
-    start: packages are for whoever asks."""
-    folder = tmp_path_factory.mktemp("day")
-    content = package(folder, NEWER_BUILD, daemon=agent_program(NEWER_BUILD))
-    with HelpdeskProcess(folder / "desk") as own_desk, own_desk.client() as admin:
-        admin.publish_package(content, NEWER_BUILD)
-        with AgentMac(folder / "mac", own_desk, "day") as sample:
-            sample.start()
-            yield sample, admin
-
-
-@pytest.fixture(scope="session", autouse=True)
-def day_passes(request: pytest.FixtureRequest) -> None:
-    """It begins before the first test that does not need it."""
-    if any("day_begun" in getattr(item, "fixturenames", ()) for item in request.session.items):
-        request.getfixturevalue("day_begun")

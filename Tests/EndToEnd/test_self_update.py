@@ -3,6 +3,7 @@ build of itself: from the order to the new version's heartbeat, and back when th
 
 from __future__ import annotations
 
+import json
 import os
 import plistlib
 from pathlib import Path
@@ -10,9 +11,11 @@ from typing import Any, Callable, Iterator
 
 import pytest
 
-from update_agent import (NEW, AgentMac, agent_program, expect_installed, wait_for_heartbeat_of)
-from update_mac import (APP, BACKUPS, DAEMON_TARGET, JOB, LOG, OLD, REQUEST, RUNTIME, STATUS, SUPPORT,
-                        package, program)
+from helpdesk.client import HelpdeskClient
+from helpdesk.process import HelpdeskProcess
+from update_agent import NEW, AgentMac, agent_program, expect_installed, wait_for_heartbeat_of
+from update_mac import (APP, BACKUPS, DAEMON_TARGET, DAILY_CHECK, JOB, LOG, OLD, REQUEST, RUNTIME,
+                        STATUS, SUPPORT, package, program)
 from update_outcomes import NOT_HEALTHY, WRONG_HASH, WRONG_SIZE
 
 pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="needs root to enter the sample Mac")
@@ -96,7 +99,7 @@ def test_an_application_older_than_the_agent_gets_the_agents_version(mac, admin,
 
 def test_of_two_updates_ordered_at_once_one_happens(mac, admin, publish):
     number = publish()
-    admin.change_package(number, serving={"mode": "slow", "bytes_per_second": 1 << 20})
+    admin.change_package(number, serving={"mode": "slow", "bytes_per_second": 1 << 19})
     mac.ask_for_update()
     mac.wait_for_phase("downloading")
     mac.wait_until(lambda: mac.updates() == 1, "script")
@@ -107,7 +110,6 @@ def test_of_two_updates_ordered_at_once_one_happens(mac, admin, publish):
     status = mac.status()
     assert (status["phase"], status["message"], status["updatedAt"]) \
         == ("downloading", UNDER_WAY, written)
-    admin.change_package(number, serving={"mode": "normal"})
     expect_installed(mac, admin, "manual")
 
 
@@ -115,8 +117,8 @@ def test_a_leftover_job_of_an_earlier_update_is_no_obstacle(mac, admin, publish)
     mac.write_job(JOB, {"Label": Path(JOB).stem, "ProgramArguments": ["/usr/bin/false"]})
     assert mac.launchctl("bootstrap", "system", JOB).returncode == 0
     publish()
-    mac.ask_for_update()
-    expect_installed(mac, admin, "manual")
+    admin.run_command(mac.uid, "client_update")
+    expect_installed(mac, admin, "command")
 
 
 def test_nobody_is_logged_in(mac, admin, publish):
@@ -139,7 +141,7 @@ def test_nobody_is_logged_in(mac, admin, publish):
 def test_a_new_version_that_does_not_run_gives_way_to_the_old_one(mac, admin, publish, daemon, line):
     publish(daemon=daemon())
     before = admin.device(mac.uid)
-    mac.ask_for_update()
+    admin.run_command(mac.uid, "client_update")
     log = expect_old_version(mac, admin, NOT_HEALTHY, before)
     assert f"{line}\nNew installation healthcheck failed.\n" in log
     assert f"Restoring previous Wsparo Brenvox installation from {BACKUPS}/{OLD}-" in log
@@ -151,7 +153,7 @@ def test_a_new_version_that_does_not_run_gives_way_to_the_old_one(mac, admin, pu
 def test_a_package_that_is_not_the_announced_one(mac, admin, publish, manifest, message):
     admin.change_package(publish(), manifest=manifest)
     before = admin.device(mac.uid)
-    mac.ask_for_update()
+    admin.run_command(mac.uid, "client_update")
     log = expect_old_version(mac, admin, message, before)
     assert "No previous installation backup to restore.\n" in log
     assert admin.device(mac.uid)["heartbeat_count"] == before["heartbeat_count"], \
@@ -175,9 +177,8 @@ def test_a_server_without_a_package(mac, admin):
 
 def test_launchd_refuses_the_updater_five_times(mac, admin, publish):
     refused = mac.sample / "refused"
-    mac.delay_tool("launchctl", 0)
-    (mac.sample / "faults/launchctl").write_text(
-        f'if [ "$1" = bootstrap ] && [ "$3" = "{JOB}" ]; then echo x >> "$sample/refused"; exit 5; fi\n')
+    mac.fault("launchctl", f'if [ "$1 $3" = "bootstrap {JOB}" ]; then\n'
+              '    echo x >> "$sample/refused"\n    exit 5\nfi\n')
     publish()
     mac.ask_for_update()
     mac.wait_for_phase("failed")
@@ -201,8 +202,8 @@ def test_what_lies_in_the_statuss_place_stops_no_update(mac, admin, publish, pla
          "link": lambda: place.symlink_to(f"{SUPPORT}/precious"),
          "pipe": lambda: os.mkfifo(place)}[plant]()
     publish()
-    mac.ask_for_update()
-    expect_installed(mac, admin, "manual")
+    admin.run_command(mac.uid, "client_update")
+    expect_installed(mac, admin, "command")
     assert precious.read_text() == "precious"
 
 
@@ -210,7 +211,7 @@ def test_a_hostile_version_runs_nothing(mac, admin, publish):
     """Newer than any, and a text that a shell must not come to read."""
     hostile = "9.0.0'\"$(touch /Library/canary)`touch /Library/canary`;/../x"
     admin.change_package(publish(), manifest={"version": hostile})
-    mac.ask_for_update()
+    admin.run_command(mac.uid, "client_update")
     status = mac.wait_for_phase("failed")
     assert (status["availableVersion"], status["message"]) == (hostile, NOT_HEALTHY)
     mac.assert_works(OLD)
@@ -227,3 +228,36 @@ def test_the_package_replaces_files_not_the_users_settings(mac, admin, publish):
     bundle = plistlib.loads(mac.place(f"{APP}/Contents/Info.plist").read_bytes())
     assert bundle["CFBundleShortVersionString"] == NEW
     assert mac.is_running(DAEMON_TARGET)
+
+
+# The automatic check
+
+@pytest.fixture(scope="session")
+def day_begun(tmp_path_factory) -> Iterator[tuple[AgentMac, HelpdeskClient]]:
+    """A helpdesk of its own, because packages are for whoever asks: this one's is on offer from the
+    start."""
+    folder = tmp_path_factory.mktemp("day")
+    content = package(folder, NEW, daemon=agent_program(NEW))
+    with HelpdeskProcess(folder / "desk") as own_desk, own_desk.client() as own_admin:
+        own_admin.publish_package(content, NEW)
+        with AgentMac(folder / "mac", own_desk, "day") as sample:
+            sample.start()
+            yield sample, own_admin
+
+
+@pytest.fixture(scope="session", autouse=True)
+def day_passes(request: pytest.FixtureRequest) -> None:
+    """The two minutes before its first check pass while the other tests of this file run."""
+    if any("day_begun" in getattr(item, "fixturenames", ()) for item in request.session.items):
+        request.getfixturevalue("day_begun")
+
+
+@pytest.mark.late
+def test_the_daily_check_ends_with_the_new_version(day_begun):
+    own, own_admin = day_begun
+    own.wait_until(own.place(DAILY_CHECK).exists, "daily check", 150)
+    expect_installed(own, own_admin, "auto_daily")
+    result = own.read_log().split("daily auto-update scheduled. result=", 1)[1].split("\n", 1)[0]
+    assert json.loads(result)["update_started"] is True
+    assert json.loads(own.place(DAILY_CHECK).read_text()).endswith("Z")
+    assert own_admin.violations() == []

@@ -114,10 +114,10 @@ class UpdateMac(SampleMac):
                 "SSL_CERT_DIR": "/nonexistent",
                 **{name: os.environ[name] for name in reports if name in os.environ}}
 
-    def hurry(self) -> None:
+    def hurry(self, second: float = 0.005) -> None:
         """The script's pauses get shorter; what they are for happens quickly here."""
-        self.replace_tool("/bin/sleep", '#!/bin/sh\ncase $1 in 3) pause=0.1 ;; *) pause=0.005 ;; esac\n'
-                          'exec /.sample/real/sleep "$pause"\n')
+        self.replace_tool("/bin/sleep", "#!/bin/sh\ncase $1 in 3) pause=0.1 ;; 0.*) pause=0.01 ;; "
+                          f'*) pause={second} ;; esac\nexec /.sample/real/sleep "$pause"\n')
 
     def install(self, version: str = OLD, **parts: Any) -> None:
         """The version is installed and runs."""

@@ -222,8 +222,8 @@ kill_menu_processes() {
 discard_backups() {
   local discarded="$UPDATE_DIR/discarded-backups"
   /bin/rm -rf "$discarded"
-  if [ -e "$BACKUP_ROOT" ]; then /bin/mv "$BACKUP_ROOT" "$discarded"; fi
-  /bin/rm -rf "$discarded"
+  if [ -e "$BACKUP_ROOT" ]; then quietly /bin/mv "$BACKUP_ROOT" "$discarded"; fi
+  /bin/rm -rf "$discarded" "$BACKUP_ROOT"
 }
 
 # Made under another name and then renamed: a backup is whole or not there.

@@ -16,27 +16,32 @@ from package_reader import Package
 from test_content import APP, DAEMON_JOB, SUPPORT, version
 from test_installation import GIVEN, install, is_running, starts, until
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "EndToEnd"))
+_REPOSITORY = Path(__file__).resolve().parents[2]
+sys.path[:0] = [str(_REPOSITORY / "Tests/EndToEnd"), str(_REPOSITORY / "Helpdesk")]
 
+from helpdesk.process import HelpdeskProcess  # noqa: E402
+from update_agent import NEW as NEWER_BUILD, AgentMac, agent_program, expect_installed  # noqa: E402
 from update_mac import DAEMON_TARGET, JOB, LOG, UPDATER_TARGET, UpdateMac, program  # noqa: E402
 
 from flatpackage.__main__ import main as flatpackage  # noqa: E402
 
 pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="needs root to enter the sample Mac")
 
-_SCRIPTS = Path(__file__).resolve().parents[2] / "Packaging/scripts"
+_SCRIPTS = _REPOSITORY / "Packaging/scripts"
 NEW = "0.3.0"
 OFFERED = "/private/var/tmp/offered.pkg"  # what a download gives
 
 
-def repacked(twin: Path, folder: Path, offered: str, **programs: str) -> bytes:
-    """The package with other programs in the same places; `daemon` and `app` are their texts."""
+def repacked(twin: Path, folder: Path, offered: str, **programs: str | bytes) -> bytes:
+    """The package with other programs, `daemon` and `app`, in the same places."""
     root = folder / "root"
     shutil.copytree(twin.parent / "package-root", root, symlinks=True)
-    texts = {f"{SUPPORT}/WsparoAgent": programs.get("daemon"),
-             f"{APP}/Contents/MacOS/Wsparo Brenvox": programs.get("app")}
-    for path, text in texts.items():
-        (root / path.lstrip("/")).write_text(text or program(offered))
+    contents = {f"{SUPPORT}/WsparoAgent": programs.get("daemon"),
+                f"{APP}/Contents/MacOS/Wsparo Brenvox": programs.get("app")}
+    for path, content in contents.items():
+        content = content or program(offered)
+        (root / path.lstrip("/")).write_bytes(
+            content if isinstance(content, bytes) else content.encode())
     bundle = root / f"{APP}/Contents/Info.plist".lstrip("/")
     bundle.write_bytes(plistlib.dumps({**plistlib.loads(bundle.read_bytes()),
                                        "CFBundleShortVersionString": offered}))
@@ -94,3 +99,16 @@ def test_an_update_that_does_not_run_brings_the_agent_back(
     assert plistlib.loads(mac.place(DAEMON_JOB).read_bytes())["KeepAlive"] is True
     until(lambda: starts(mac) >= 2, "another start")
     assert is_running(mac, DAEMON_TARGET)
+
+
+def test_the_helpdesk_sees_the_build_that_the_real_package_brought(
+        twin_file: Path, tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setenv("SOURCE_DATE_EPOCH", "1767225600")
+    content = repacked(twin_file, tmp_path, NEWER_BUILD, daemon=agent_program(NEWER_BUILD))
+    with HelpdeskProcess(tmp_path / "desk") as desk, desk.client() as admin, \
+            AgentMac(tmp_path / "mac", desk, "packaged") as own:
+        own.start()
+        admin.wait_until_connected(own.uid)
+        admin.publish_package(content, NEWER_BUILD)
+        assert admin.run_command(own.uid, "client_update")["result"]["update_started"] is True
+        expect_installed(own, admin, "command")
