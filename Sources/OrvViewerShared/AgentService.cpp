@@ -115,7 +115,7 @@ AgentService::Components::Components(ViewerSettings given, AgentEnvironment surr
       pipeline({commandTable({registration, ipScanner, notifyCommand, shellCommand, updateCommand,
                               fileCommands, uninstallCommand}),
                 registration, apiClient, environment.logger,
-                 [this](std::string reason) { return startRelay(std::move(reason)); }}),
+                [this](std::string reason) { return startRelay(std::move(reason)); }}),
       systemWake(environment.timeAsleep),
       tasks(environment.executor, [this](const std::string& name, const std::exception& error) {
           environment.logger.error(error, fmt::format("The {} ended", name));

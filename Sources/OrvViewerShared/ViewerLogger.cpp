@@ -26,7 +26,7 @@ std::mutex& processWideLock() {
 }
 
 // Other users can write to the fallback directory's parent: neither the directory nor the file
-// may be a link that leads root's writes elsewhere.
+// may be a link, of either kind, that leads root's writes elsewhere.
 FileDescriptor openLogFile(int directory, int extraFlags) {
     return FileDescriptor(openat(
         directory, logFileName,
@@ -42,7 +42,9 @@ FileDescriptor openWithRoomFor(int directory, std::size_t nextEntrySize) {
     FileDescriptor file = openLogFile(directory, 0);
     struct stat status{};
     if (!file.isOpen() || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
-    if (leavesRoomFor(static_cast<std::uint64_t>(status.st_size), nextEntrySize)) return file;
+    const bool isOursAlone = status.st_nlink == 1;
+    const bool hasRoom = leavesRoomFor(static_cast<std::uint64_t>(status.st_size), nextEntrySize);
+    if (isOursAlone && hasRoom) return file;
     unlinkat(directory, logFileName, 0);
     return openLogFile(directory, O_EXCL);
 }

@@ -113,6 +113,27 @@ TEST_F(ViewerLoggerTest, neverWritesThroughAPlantedLink) {
     EXPECT_EQ(content(secret), "untouched");
 }
 
+TEST_F(ViewerLoggerTest, aPlantedHardLinkIsReplacedByALogOfItsOwn) {
+    const std::string secret = folder.path("secret");
+    std::ofstream(secret) << "untouched";
+    createDirectories(root.locate(paths::logDirectory));
+    std::filesystem::create_hard_link(secret, standardFile);
+    logger.info("x");
+    EXPECT_EQ(content(secret), "untouched");
+    EXPECT_EQ(content(standardFile), "2026-03-01T09:15:02Z [INFO] x\n");
+}
+
+TEST_F(ViewerLoggerTest, aPlantedFolderIsNotFollowedElsewhere) {
+    createDirectories(folder.path("elsewhere"));
+    createDirectories(parentPath(root.locate(paths::fallbackLogDirectory)));
+    createDirectories(parentPath(root.locate(paths::logDirectory)));
+    std::ofstream(root.locate(paths::logDirectory)) << "in the way";
+    std::filesystem::create_directory_symlink(folder.path("elsewhere"),
+                                              root.locate(paths::fallbackLogDirectory));
+    logger.info("x");
+    EXPECT_TRUE(std::filesystem::is_empty(folder.path("elsewhere")));
+}
+
 TEST_F(ViewerLoggerTest, aPlantedFifoOrFolderDoesNotHoldTheDaemon) {
     createDirectories(root.locate(paths::logDirectory));
     ASSERT_EQ(mkfifo(standardFile.c_str(), 0600), 0);
