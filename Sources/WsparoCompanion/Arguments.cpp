@@ -1,7 +1,6 @@
 #include "WsparoCompanion/Arguments.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <string_view>
 #include <utility>

@@ -29,8 +29,9 @@ std::int64_t writtenAt(std::string_view path) {
         takeLastPiece(rest);
     const std::string_view digits = takeLastPiece(rest);
     std::int64_t milliseconds = 0;
-    const char* end = digits.data() + digits.size();
-    const auto [stop, error] = std::from_chars(digits.data(), end, milliseconds);
+    const char* begin = digits.data();
+    const char* end = begin + digits.size();
+    const auto [stop, error] = std::from_chars(begin, end, milliseconds);
     return error == std::errc() && stop == end ? milliseconds : 0;
 }
 
