@@ -179,7 +179,9 @@ def test_a_command_line_that_is_not_understood(wsparo):
 def test_a_reader_who_has_left_ends_it_quietly(wsparo):
     reading, writing = os.pipe()
     os.close(reading)
-    for arguments in (["--help"], ["status", "--json"], ["chat", "list"]):
+    incoming(wsparo, 1, "Dzień dobry")
+    for arguments in (["--help"], ["status", "--json"], ["chat", "list"],
+                      ["chat", "watch", "--all"]):
         answer = subprocess.run(wsparo.command(*arguments), env=wsparo.environment(),
                                 stdout=writing, stderr=subprocess.PIPE, timeout=20, check=False)
         assert (answer.returncode, answer.stderr) == (0, b"")
