@@ -4,12 +4,17 @@ from __future__ import annotations
 
 import calendar
 import json
+import os
+import pathlib
+import subprocess
 import time
 from typing import Any, Callable, Optional
 
 from helpdesk.client import HelpdeskClient
 from samplemac import SampleMac
 
+REPOSITORY = pathlib.Path(__file__).resolve().parents[1]
+COMPANION = pathlib.Path(os.environ.get("ORV_BUILD_DIR", REPOSITORY / "build/release")) / "wsparo-dev"
 SECONDS_FOR_EVERYTHING = 30.0
 CHAT_FOLDER = "/Users/Shared/Wsparo Brenvox/remote-chat"
 GIB = 1 << 30
@@ -107,16 +112,12 @@ class LocalCheck:
         return None
 
     def _answer(self, conversation: str, text: str) -> None:
-        now = time.time()
-        identifier = f"check-{now:.0f}"
-        message = {"id": identifier, "publicId": conversation, "direction": "outgoing",
-                   "sender": "Anna Nowak", "text": text,
-                   "createdAt": time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime(now))}
-        folder = self._mac.place(CHAT_FOLDER)
-        name = f"{conversation}.{now * 1000:.0f}.{identifier}.outgoing.json"
-        temporary = folder / f".{name}.tmp"
-        temporary.write_text(json.dumps(message))
-        temporary.rename(folder / name)
+        command = [COMPANION, "--root", self._mac.root, "chat", "send", "--conversation",
+                   conversation, "--sender", "Anna Nowak", text]
+        answered = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True,
+                                  encoding="utf-8", check=False)
+        if answered.returncode != 0:
+            raise CheckFailed(f"wsparo did not take the reply: {answered.stderr.strip()}")
 
     def _network_scan(self) -> None:
         result = self._command("ip_scan", {"timeout_ms": 100})

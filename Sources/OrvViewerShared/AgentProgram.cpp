@@ -6,18 +6,12 @@
 #include <exception>
 #include <signal.h>
 #include <stdlib.h>
-#include <unistd.h>
 
-#include <boost/asio/bind_cancellation_slot.hpp>
-#include <boost/asio/cancellation_signal.hpp>
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/signal_set.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <fmt/format.h>
 
 #include "OrvPlatform/BeastWebSocket.h"
 #include "OrvPlatform/Cancellation.h"
+#include "OrvPlatform/CoreThread.h"
 #include "OrvPlatform/HostFacts.h"
 #include "OrvPlatform/HttpSession.h"
 #include "OrvPlatform/MainBundle.h"
@@ -43,44 +37,9 @@ bool contains(const std::vector<std::string>& arguments, const char* name) {
     return std::find(arguments.begin(), arguments.end(), name) != arguments.end();
 }
 
-/// Runs one task on the core thread until it ends or the process is told to end.
-class CoreThread {
-public:
-    asio::io_context context{1};
-
-    /// The error the task ended with, if any; cancellation is none.
-    std::exception_ptr run(Task<void> task) {
-        asio::co_spawn(context, std::move(task),
-                       asio::bind_cancellation_slot(stop.slot(), [this](std::exception_ptr error) {
-                           outcome = error;
-                           signals.cancel();
-                           deadline.cancel();
-                       }));
-        signals.async_wait([this](const boost::system::error_code& error, int) {
-            if (!error) endWithinTheDeadline();
-        });
-        context.run();
-        return outcome;
-    }
-
-private:
-    void endWithinTheDeadline() {
-        deadline.expires_after(shutdownDeadline);
-        deadline.async_wait([](const boost::system::error_code& error) {
-            if (!error) _exit(EXIT_SUCCESS);
-        });
-        stop.emit(asio::cancellation_type::terminal);
-    }
-
-    asio::signal_set signals{context, SIGTERM, SIGINT};
-    asio::steady_timer deadline{context};
-    asio::cancellation_signal stop;
-    std::exception_ptr outcome;
-};
-
 int runService(const ViewerSettings& settings, const SystemRoot& root, Clock& clock,
                ViewerLogger& logger, bool onlyOnce) {
-    CoreThread core;
+    CoreThread core(shutdownDeadline, EXIT_SUCCESS);
     const auto executor = core.context.get_executor();
     const TlsTrust trust;
     HttpSessionOptions httpOptions;

@@ -161,3 +161,18 @@ def test_an_uninstalled_agent_is_gone_for_good(tmp_path, desk, admin):
             assert not mac.place(path).exists(), path
         assert admin.device(mac.uid)["connected"] is False
         assert len(list(mac.place(CHAT).glob("*.incoming.json"))) == 1
+
+
+def test_the_companion_finds_everything_at_the_macs_own_paths(connected, admin):
+    admin.wait_for_device(connected.uid, lambda found: found["heartbeat"] is not None)
+    companion = connected.place("/usr/local/bin/wsparo")
+    companion.parent.mkdir(parents=True, exist_ok=True)
+    shutil.copy(AGENT.with_name("wsparo"), companion)
+    environment = {"HOME": "/Users/anna", "SSL_CERT_FILE": CA_FILE, "SSL_CERT_DIR": "/nonexistent"}
+    diagnosis = connected.enter("/usr/local/bin/wsparo", "doctor", env=environment)
+    if diagnosis.returncode == 77:
+        pytest.skip(diagnosis.stderr.strip())
+    assert diagnosis.returncode == 0, diagnosis.stdout
+    assert "Kanał sterowania: otwarty i przyjęty" in diagnosis.stdout
+    status = connected.enter("/usr/local/bin/wsparo", "status", "--json", env=environment)
+    assert json.loads(status.stdout)["deviceUid"] == connected.uid
