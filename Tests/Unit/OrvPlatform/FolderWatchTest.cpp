@@ -34,8 +34,7 @@ protected:
 
 TEST_F(FolderWatchTest, tellsWhenAFileArrives) {
     FolderWatch watch(loop.executor(), watched);
-    BackgroundTask arrival(
-        loop, [](FolderWatch& used) -> Task<void> { EXPECT_TRUE(co_await used.changed()); }(watch));
+    BackgroundTask arrival(loop, expectChange(watch));
     loop.runReady();
     EXPECT_FALSE(arrival.isDone);
     writeFileAtomically(watched + "/a", "x");
