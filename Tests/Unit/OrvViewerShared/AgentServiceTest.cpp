@@ -210,7 +210,8 @@ TEST_F(AgentServiceTest, everyLoopGivesItsReason) {
         return HttpResponse{200, {}, isFetch ? R"([{"id":1,"command_type":"?"}])" : "{}"};
     };
     plantReply("a");
-    runFor(1h);
+    settings.auditIntervalMinutes = 5;
+    runFor(10min);
     EXPECT_THAT(log(), HasSubstr("Remote chat reply sent. id=a reason=timer\n"));
     EXPECT_THAT(log(), HasSubstr("Processing 1 pending commands. reason=timer type=all\n"));
     EXPECT_THAT(log(), HasSubstr("Heartbeat sent successfully. reason=timer "));
@@ -238,10 +239,10 @@ TEST_F(AgentServiceTest, aServerThatTakesNoRepliesHoldsUpNoCommands) {
         return HttpResponse{200, {}, "[]"};
     };
     plantReply("a");
-    runFor(1h);
+    runFor(20min);
     EXPECT_EQ(timesOf("/chat-messages").size(), 1u);
-    EXPECT_EQ(timesOf("/commands/pending").size(), 6u);
-    EXPECT_EQ(timesOf("?command_type=user_notify").size(), 720u);
+    EXPECT_EQ(timesOf("/commands/pending").size(), 2u);
+    EXPECT_EQ(timesOf("?command_type=user_notify").size(), 240u);
 }
 
 TEST_F(AgentServiceTest, noFailureEndsALoop) {
