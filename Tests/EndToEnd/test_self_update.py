@@ -11,6 +11,7 @@ from typing import Any, Callable, Iterator
 
 import pytest
 
+from companion import Companion, Running, started
 from helpdesk.client import HelpdeskClient
 from helpdesk.process import HelpdeskProcess
 from update_agent import NEW, AgentMac, agent_program, expect_installed, wait_for_heartbeat_of
@@ -228,6 +229,37 @@ def test_the_package_replaces_files_not_the_users_settings(mac, admin, publish):
     bundle = plistlib.loads(mac.place(f"{APP}/Contents/Info.plist").read_bytes())
     assert bundle["CFBundleShortVersionString"] == NEW
     assert mac.is_running(DAEMON_TARGET)
+
+
+# At the command line
+
+@pytest.fixture
+def follow(mac, desk) -> Iterator[Callable[..., Running]]:
+    """follow(*arguments) runs the user's command line beside the agent."""
+    yield from started(Companion(mac.root, desk.ca_file))
+
+
+def test_the_user_follows_an_update_to_its_end(mac, admin, publish, follow):
+    number = publish()
+    admin.change_package(number, serving={"mode": "slow", "bytes_per_second": 1 << 19})
+    asking = follow("update", "check")
+    assert asking.wait() == 0, asking.complained()
+    shown = asking.printed()
+    places = [shown.find(text) for text in (
+        "Poproszono agenta o sprawdzenie aktualizacji.",
+        f"Pobieram aktualizację do wersji {NEW}...",
+        f"Aktualizacja do wersji {NEW} została zainstalowana.")]
+    assert -1 not in places and places == sorted(places), shown
+    expect_installed(mac, admin, "manual")
+
+
+def test_the_user_is_told_that_the_old_version_is_back(mac, admin, publish, follow):
+    publish(daemon=agent_program(OLD))
+    before = admin.device(mac.uid)
+    asking = follow("update", "check")
+    assert asking.wait() == 1
+    assert NOT_HEALTHY in asking.printed() + asking.complained()
+    expect_old_version(mac, admin, NOT_HEALTHY, before)
 
 
 # The automatic check
