@@ -29,15 +29,29 @@ inline Task<void> swallowPings(std::shared_ptr<ServerConnection> connection) {
 }
 
 /// Texts of this size that begin with their number, from 0; `sent` tells how many went out.
-inline Task<void> sendNumbered(std::shared_ptr<ServerConnection> connection, int count,
-                               std::size_t size, int& sent) {
-    co_await connection->upgrade();
+inline Task<void> sendNumbers(std::shared_ptr<ServerConnection> connection, int count,
+                              std::size_t size, int& sent) {
     for (sent = 0; sent < count; ++sent) {
         std::string text = std::to_string(sent);
         text.resize(std::max(size, text.size()), ' ');
         co_await connection->sendRaw(serverFrame(finText, text));
     }
     co_await connection->readToTheEnd();
+}
+
+/// The same from the beginning.
+inline Task<void> sendNumbered(std::shared_ptr<ServerConnection> connection, int count,
+                               std::size_t size, int& sent) {
+    co_await connection->upgrade();
+    co_await sendNumbers(connection, count, size, sent);
+}
+
+/// The same as soon as the client has said something.
+inline Task<void> sendNumberedWhenAsked(std::shared_ptr<ServerConnection> connection, int count,
+                                        int& sent) {
+    co_await connection->upgrade();
+    co_await connection->receive();
+    co_await sendNumbers(connection, count, 1, sent);
 }
 
 inline Task<void> receiveInto(Task<WebSocketEvent> receiving, std::vector<std::string>& texts) {

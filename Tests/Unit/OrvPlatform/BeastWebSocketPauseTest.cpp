@@ -41,14 +41,16 @@ protected:
         receiving.emplace(loop, receiveAll(*connection, texts));
     }
 
-    void receiveNumbered(int count) {
-        receiveFrom([this, count](Connection c) { return sendNumbered(c, count, 1, sent); });
+    /// A server that sends only now, to a client that has just been told to pause.
+    void receiveNumberedWhilePausing(int count) {
+        receiveFrom([this, count](Connection c) { return sendNumberedWhenAsked(c, count, sent); });
+        connection->pauseReading(true);
+        loop.run(connection->sendText("send"));
     }
 };
 
 TEST_F(BeastWebSocketPauseTest, readsNothingMoreUntilItIsToldTo) {
-    receiveNumbered(10);
-    connection->pauseReading(true);
+    receiveNumberedWhilePausing(10);
     connection->pauseReading(true);
     letTimePass(1h);
     EXPECT_LE(texts.size(), 1u) << "only what was under way";
@@ -59,8 +61,7 @@ TEST_F(BeastWebSocketPauseTest, readsNothingMoreUntilItIsToldTo) {
 }
 
 TEST_F(BeastWebSocketPauseTest, noticesABrokenConnectionThoughItDoesNotRead) {
-    receiveNumbered(10);
-    connection->pauseReading(true);
+    receiveNumberedWhilePausing(10);
     settle();
     EXPECT_FALSE(receiving->isDone);
     peer().reset();
@@ -70,8 +71,7 @@ TEST_F(BeastWebSocketPauseTest, noticesABrokenConnectionThoughItDoesNotRead) {
 }
 
 TEST_F(BeastWebSocketPauseTest, closesAlthoughItDoesNotRead) {
-    receiveNumbered(10);
-    connection->pauseReading(true);
+    receiveNumberedWhilePausing(10);
     settle();
     loop.run(connection->close(webSocketGoingAway));
     settle();
