@@ -14,7 +14,7 @@ namespace orv {
 
 namespace {
 
-constexpr std::size_t lineLimitBytes = std::size_t{1} << 20;
+constexpr std::size_t lineLimitBytes = 64 << 10;
 constexpr const char* shownName = "/dev/stdin";
 constexpr std::array<int, 4> endingSignals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 

@@ -10,7 +10,7 @@ namespace orv {
 bool isTerminal(int descriptor);
 
 /// The next line, without its end (LF or CR LF); nothing at the end of the input. What follows the
-/// line is left for the next reader. Throws FileError for a line beyond 1 MiB, or when reading
+/// line is left for the next reader. Throws FileError for a line beyond 64 KiB, or when reading
 /// fails.
 std::optional<std::string> readLine(int descriptor);
 
