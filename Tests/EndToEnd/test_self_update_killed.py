@@ -14,7 +14,7 @@ import pytest
 
 from update_mac import APP, DAEMON_JOB, MENU_BAR_JOB, NEW, OLD, UpdateMac, installed, program
 
-pytestmark = [pytest.mark.without_agent, pytest.mark.skipif(
+pytestmark = [pytest.mark.long, pytest.mark.without_agent, pytest.mark.skipif(
     os.geteuid() != 0, reason="needs root to enter the sample Mac")]
 
 NOT_REACHABLE = "https://localhost:1/new.pkg"
@@ -131,16 +131,13 @@ def story(tmp_path, desk, contents, offer) -> Callable[..., Story]:
     return tell
 
 
-# Each everywhere takes minutes. Otherwise a few commands of each kind: before and in the backup, the
-# installation, the restart, the removal of what has served.
-everywhere_or_here_and_there = pytest.mark.parametrize("everywhere", [
-    False, pytest.param(True, marks=pytest.mark.long)], ids=["here and there", "everywhere"])
+def everywhere(commands: list[str]) -> range:
+    """The numbers of all commands."""
+    return range(1, len(commands) + 1)
 
 
-def chosen(commands: list[str], everywhere: bool, count: int) -> list[int]:
-    """The numbers of all commands, or of so many, the last among them."""
-    if everywhere:
-        return list(range(1, len(commands) + 1))
+def here_and_there(commands: list[str], count: int) -> list[int]:
+    """The numbers of so many commands, the last among them."""
     return sorted({round(len(commands) * (i + 1) / count) for i in range(count)})
 
 
@@ -150,43 +147,40 @@ def expect_commands(commands: list[str], *needed: str) -> None:
         assert any(words in command for command in commands), words
 
 
-@everywhere_or_here_and_there
-def test_an_update_that_succeeds(story, everywhere):
+def test_an_update_that_succeeds(story):
     update = story()
     commands = update.commands()
     expect_commands(commands, "/usr/bin/curl", "/usr/bin/tar -cpf", "/usr/sbin/installer",
                     '/bin/mv "$BACKUP_ROOT"')
-    assert update.broken_ends(chosen(commands, everywhere, 8)) == []
+    assert update.broken_ends(everywhere(commands)) == []
 
 
-@everywhere_or_here_and_there
-def test_an_update_that_goes_back(story, everywhere):
+def test_an_update_that_goes_back(story):
     update = story(daemon=program(NEW, answer="true"))
     commands = update.commands()
     expect_commands(commands, "/usr/sbin/installer", "/usr/bin/tar -xpf", "/bin/cp -p",
                     '/bin/mv "$BACKUP_ROOT"')
     installing = next(number for number, command in enumerate(commands, 1)
                       if command.startswith("/usr/sbin/installer"))
-    numbers = [installing + number for number in chosen(commands[installing:], everywhere, 5)]
+    numbers = [installing + number for number in everywhere(commands[installing:])]
     assert update.broken_ends(numbers) == []
 
 
-@everywhere_or_here_and_there
-def test_what_undoes_an_interrupted_update(story, everywhere):
+def test_what_undoes_an_interrupted_update(story):
     attempt = story()
     attempt.begins_half_installed = attempt.is_attempt_only = True
     commands = attempt.commands()
     expect_commands(commands, "/usr/bin/tar -xpf", "/bin/cp -p", "/bin/launchctl bootstrap")
-    assert attempt.broken_ends(chosen(commands, everywhere, 5)) == []
+    assert attempt.broken_ends(everywhere(commands)) == []
 
 
 def test_the_next_update_succeeds(story):
     update = story()
     update.next_succeeds = True
-    assert update.broken_ends(chosen(update.commands(), False, 5)) == []
+    assert update.broken_ends(here_and_there(update.commands(), 5)) == []
 
 
 def test_the_machine_restarts_in_between(story):
     update = story()
     update.machine_restarts = True
-    assert update.broken_ends(chosen(update.commands(), False, 5)) == []
+    assert update.broken_ends(here_and_there(update.commands(), 5)) == []
