@@ -66,7 +66,7 @@ OpenFolder OpenFolder::madeSubfolder(const std::string& name, mode_t mode) const
     return made;
 }
 
-void OpenFolder::forEachName(const std::function<void(std::string_view name)>& call) const {
+void OpenFolder::forEachName(const std::function<bool(std::string_view name)>& call) const {
     // Opened anew: a duplicate would share its position with every other reading.
     FileDescriptor again = opened({folder.get(), ".", path}, 0);
     const std::unique_ptr<DIR, CloseDirectory> directory(fdopendir(again.get()));
@@ -77,7 +77,8 @@ void OpenFolder::forEachName(const std::function<void(std::string_view name)>& c
         const dirent* entry = readdir(directory.get());
         if (entry == nullptr) break;
         const std::string_view name = entry->d_name;
-        if (name != "." && name != "..") call(name);
+        if (name == "." || name == "..") continue;
+        if (!call(name)) return;
     }
     if (errno != 0) throw FileError(errno, path);
 }

@@ -25,8 +25,9 @@ public:
     /// another one and is ours to change.
     OpenFolder madeSubfolder(const std::string& name, mode_t mode) const;
 
-    /// Calls with every name but "." and "..", in the system's order.
-    void forEachName(const std::function<void(std::string_view name)>& call) const;
+    /// Calls with every name but "." and "..", in the system's order, for as long as the call says
+    /// to go on.
+    void forEachName(const std::function<bool(std::string_view name)>& call) const;
 
     std::string readFile(const std::string& name, std::uint64_t limitBytes) const;
     void writeFileAtomically(const std::string& name, std::string_view bytes,

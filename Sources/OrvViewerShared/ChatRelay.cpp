@@ -39,6 +39,8 @@ Task<void> ChatRelay::sendPendingChatMessages(std::string reason) {
         while (isSending)
             co_await ended.wait();
     }
+    // Nearly always: then nobody else has to wake up for it.
+    if (parts.store.showsNothingOutgoing()) co_return;
     isSending = true;
     const AtScopeEnd letTheNextOne([this] {
         isSending = false;

@@ -18,6 +18,7 @@ namespace {
 constexpr const char* parentDirectory = "/Users/Shared";
 constexpr const char* productFolder = "Wsparo Brenvox";
 constexpr const char* chatFolder = "remote-chat";
+constexpr std::string_view outgoingSuffix = ".outgoing.json";
 
 /// With the characters that some file system or shell takes for more than a part of a name.
 std::string safeName(std::string publicId) {
@@ -117,9 +118,23 @@ void RemoteChatStore::saveIncoming(const std::string& publicId, const std::strin
                sender.empty() ? "Konsultant" : sender, text, clock.now()});
 }
 
+bool RemoteChatStore::showsNothingOutgoing(std::size_t mostNames) const {
+    std::size_t looked = 0;
+    bool isClear = true;
+    try {
+        openDirectory().forEachName([&](std::string_view name) {
+            isClear = ++looked <= mostNames && !name.ends_with(outgoingSuffix);
+            return isClear;
+        });
+    } catch (const FileError&) {
+        return false;
+    }
+    return isClear;
+}
+
 std::vector<std::string> RemoteChatStore::outgoingMessageFiles(const std::string& after,
                                                                std::size_t limit) const {
-    return messageFiles(".outgoing.json", after, limit);
+    return messageFiles(outgoingSuffix, after, limit);
 }
 
 std::vector<std::string> RemoteChatStore::incomingMessageFiles(const std::string& after,
@@ -135,6 +150,7 @@ std::vector<std::string> RemoteChatStore::messageFiles(std::string_view suffix,
     try {
         openDirectory().forEachName([&](std::string_view name) {
             if (name.ends_with(suffix) && name > afterName) names.add(name);
+            return true;
         });
     } catch (const FileError& error) {
         logger.error(error, "Remote chat directory read failed");

@@ -41,6 +41,10 @@ public:
     /// For those who must know that it is there. Throws FileError.
     void save(const RemoteChatMessage& message) const;
 
+    /// Whether a glance shows that nothing waits to be sent: at so few names that it may be taken
+    /// where nothing may block. A folder that cannot be read shows nothing.
+    bool showsNothingOutgoing(std::size_t mostNames = 32) const;
+
     /// The paths that come next after a given one, sorted, so that those of one conversation
     /// follow each other by time; memory is needed for so many only, however many there are.
     /// Without arguments all. A folder that cannot be read is logged and has none.

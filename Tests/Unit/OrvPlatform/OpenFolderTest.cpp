@@ -23,7 +23,7 @@ protected:
 
     std::set<std::string> names(const OpenFolder& of) const {
         std::set<std::string> found;
-        of.forEachName([&](std::string_view name) { found.emplace(name); });
+        of.forEachName([&](std::string_view name) { return found.emplace(name).second; });
         return found;
     }
 

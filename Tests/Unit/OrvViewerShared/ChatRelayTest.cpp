@@ -199,24 +199,49 @@ TEST_F(ChatRelayTest, anIdleCycleReadsTheFolderOnce) {
     EXPECT_THAT(http.requests, IsEmpty());
 }
 
-TEST_F(ChatRelayTest, filesAreNeverTouchedOnTheCoreThread) {
-    write("a.1");
-    std::promise<void> letGo;
-    const std::shared_future<void> gate = letGo.get_future().share();
-    const auto block = [](WorkerPool& pool, std::shared_future<void> opened) -> Task<void> {
+/// While every worker is busy with something else.
+class ChatRelayWithBusyWorkersTest : public ChatRelayTest {
+protected:
+    /// Whether a call gets by without them. It is waited for either way.
+    bool sendsWithoutWorkers() {
+        std::promise<void> letGo;
+        const std::shared_future<void> gate = letGo.get_future().share();
+        const BackgroundTask first(loop, block(workers, gate));
+        const BackgroundTask second(loop, block(workers, gate));
+        const BackgroundTask sending(loop, relay().sendPendingChatMessages("timer"));
+        loop.runReady();
+        const bool wasDone = sending.isDone;
+        EXPECT_THAT(http.requests, IsEmpty());
+        EXPECT_EQ(log(), "");
+        letGo.set_value();
+        until([&] { return sending.isDone && first.isDone && second.isDone; });
+        return wasDone;
+    }
+
+private:
+    static Task<void> block(WorkerPool& pool, std::shared_future<void> opened) {
         auto wait = [opened] { opened.wait(); };
         co_await pool.run(std::move(wait));
-    };
-    const BackgroundTask first(loop, block(workers, gate));
-    const BackgroundTask second(loop, block(workers, gate));
-    const BackgroundTask sending(loop, relay().sendPendingChatMessages("timer"));
-    loop.runReady();
-    EXPECT_THAT(http.requests, IsEmpty());
-    EXPECT_EQ(log(), "");
+    }
+};
 
-    letGo.set_value();
-    until([&] { return sending.isDone && first.isDone && second.isDone; });
+TEST_F(ChatRelayWithBusyWorkersTest, filesAreNeverTouchedOnTheCoreThread) {
+    write("a.1");
+    EXPECT_FALSE(sendsWithoutWorkers());
     EXPECT_THAT(http.requests, SizeIs(1));
+}
+
+TEST_F(ChatRelayWithBusyWorkersTest, anEmptyFolderTakesAGlance) {
+    std::filesystem::create_directories(place(""));
+    std::ofstream(place("a.1.incoming.json")) << "{}";
+    EXPECT_TRUE(sendsWithoutWorkers());
+}
+
+TEST_F(ChatRelayWithBusyWorkersTest, aCrowdedFolderTakesMore) {
+    std::filesystem::create_directories(place(""));
+    for (int number = 0; number < 33; ++number)
+        std::ofstream(place(std::to_string(number))) << "x";
+    EXPECT_FALSE(sendsWithoutWorkers());
 }
 
 TEST_F(ChatRelayTest, severalCallsNeverSendAMessageTwiceAtOnce) {
