@@ -162,6 +162,8 @@ class Faults:
             left -= len(ENDLESS_PIECE)
             if fault.bytes and left <= 0:
                 break
+            # A write need not wait for anything, and then nobody would hear that the client has left.
+            await asyncio.sleep(0)
         await response.write_eof()
         return response
 
