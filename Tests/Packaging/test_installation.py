@@ -209,6 +209,7 @@ def test_the_application_becomes_the_companion(mac: SampleMac, package: Path) ->
     give_settings_beside(package)
     installed(mac, package)
     companion = mac.place(f"{APP}/Contents/MacOS/wsparo")
+    companion.unlink()  # it runs, watching for messages
     companion.write_text('#!/bin/sh\necho "$@"\n')
     companion.chmod(0o755)
     application = f"{APP}/Contents/MacOS/Wsparo Brenvox"
