@@ -264,7 +264,7 @@ def test_the_user_is_told_that_the_old_version_is_back(mac, admin, publish, foll
 
 # The automatic check
 
-@pytest.fixture(scope="session")
+@pytest.fixture
 def day_begun(tmp_path_factory) -> Iterator[tuple[AgentMac, HelpdeskClient]]:
     """A helpdesk of its own, because packages are for whoever asks: this one's is on offer from the
     start."""
@@ -277,14 +277,7 @@ def day_begun(tmp_path_factory) -> Iterator[tuple[AgentMac, HelpdeskClient]]:
             yield sample, own_admin
 
 
-@pytest.fixture(scope="session", autouse=True)
-def day_passes(request: pytest.FixtureRequest) -> None:
-    """The two minutes before its first check pass while the other tests of this file run."""
-    if any("day_begun" in getattr(item, "fixturenames", ()) for item in request.session.items):
-        request.getfixturevalue("day_begun")
-
-
-@pytest.mark.late
+@pytest.mark.long  # its first check comes two minutes after the start
 def test_the_daily_check_ends_with_the_new_version(day_begun):
     own, own_admin = day_begun
     own.wait_until(own.place(DAILY_CHECK).exists, "daily check", 150)
