@@ -41,10 +41,9 @@ void demandSendable(const HttpRequest& request) {
     }
 }
 
-bool isNamed(const HttpRequest& request, std::string_view name) {
-    return std::any_of(request.headers.begin(), request.headers.end(), [&](const HttpHeader& h) {
-        return curl_strnequal(h.name.c_str(), name.data(), std::max(h.name.size(), name.size()));
-    });
+bool isNamed(const HttpRequest& request, const char* name) {
+    return std::any_of(request.headers.begin(), request.headers.end(),
+                       [name](const HttpHeader& h) { return curl_strequal(h.name.c_str(), name); });
 }
 
 }  // namespace

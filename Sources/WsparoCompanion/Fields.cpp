@@ -13,7 +13,10 @@ std::string Fields::text() const {
     std::string text;
     for (const auto& [label, value] : fields) {
         if (!text.empty()) text += '\n';
-        text += label + ":" + std::string(width - characterCount(label) + 2, ' ') + value;
+        text += label;
+        text += ':';
+        text.append(width - characterCount(label) + 2, ' ');
+        text += value;
     }
     return text;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <optional>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -83,12 +84,12 @@ Task<CustomerTicketNotificationPage> TicketNews::nextPage() {
                                                                  next, pageSize);
     } catch (const std::exception& error) {
         if (isCancellation(error)) throw;
-        const CommandFailure failure =
+        CommandFailure failure =
             helpdeskFailure(error, Caller::customer, texts::actionFetchTickets, surroundings);
         if (failure.status() == exitCode::loginNeeded) {
             throw surroundings.failure(exitCode::loginNeeded, texts::sessionExpired);
         }
-        throw failure;
+        throw CommandFailure(std::move(failure));
     }
 }
 

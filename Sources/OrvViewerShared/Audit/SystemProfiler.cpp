@@ -18,7 +18,7 @@ Json parseAnswer(const std::string& answer) {
 }  // namespace
 
 Task<Json> systemProfilerJson(AuditRun& run, std::vector<std::string> dataTypes) {
-    dataTypes.push_back("-json");
+    dataTypes.emplace_back("-json");
     std::optional<std::string> answer =
         co_await run.tools.answer("/usr/sbin/system_profiler", std::move(dataTypes));
     if (!answer) co_return Json(nullptr);
