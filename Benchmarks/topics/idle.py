@@ -11,6 +11,7 @@ from orvbench.rig import connected_agent, settle
 
 QUICK_SECONDS = 30
 LONG_SECONDS = 300
+CHAT_FOLDER = "/Users/Shared/Wsparo Brenvox/remote-chat"
 MIB = 10.0
 SHARE_OF_A_CORE = 0.05  # percent
 # A request's timer, its answer and a helper's word each may end a sleep.
@@ -19,6 +20,8 @@ WAKE_UPS_FOR_A_REQUEST = 4.0
 
 async def measure(surroundings: Surroundings) -> list[Figure]:
     async with connected_agent(surroundings.folder) as rig:
+        # As the installer leaves it.
+        rig.mac.place(CHAT_FOLDER).mkdir(parents=True, exist_ok=True)
         await settle(5)
         duration = surroundings.times(QUICK_SECONDS, LONG_SECONDS)
         begin = time.perf_counter()

@@ -23,7 +23,7 @@ OTHER_DELAY = 0.02
 TIMES_IDEAL = 1.2
 MIB_OVER_IDLE = 30
 LATER_MILLISECONDS = 20.0
-HEARTBEAT_SECONDS = 60.0  # the shortest interval that settings can ask for
+HEARTBEAT_SECONDS = 60  # the shortest interval that settings can ask for
 
 
 def fill_applications(mac: SampleMac) -> None:
