@@ -63,7 +63,7 @@ class PackageStore:
         """Sets "manifest" (keys to replace; null drops a key) and "serving" of a package.
 
         "serving" is {"mode": one of SERVINGS}, with "bytes_per_second" for "slow" and "status"
-        for "status".
+        for "status". A package on its way slowly comes at the new rate from then on.
         """
         if self.find(package_id) is None:
             raise Refusal(404, "Package not found")
@@ -86,6 +86,14 @@ class PackageStore:
         if package_id >= 2**63:
             return None
         return self._database.one("SELECT * FROM packages WHERE id = ?", package_id)
+
+    def rate(self, package_id: int) -> Optional[int]:
+        """Bytes a second for a package that comes slowly; None for any other."""
+        row = self.find(package_id)
+        serving = json.loads(row["serving"]) if row is not None else {}
+        if serving.get("mode") != "slow":
+            return None
+        return max(int(serving.get("bytes_per_second", PIECE_BYTES)), 1)
 
     def newest(self, platform: str, architecture: str, channel: str) -> Optional[Row]:
         return self._database.one(
@@ -143,29 +151,39 @@ async def package(request: web.Request) -> web.StreamResponse:
     helpdesk_of(request).events.write("package downloaded", version=row["version"], mode=mode)
     if mode == "normal":
         return web.FileResponse(store.file(row["id"]))
-    return await _serve_badly(request, store.file(row["id"]), serving)
+    serve = _serve_half if mode == "truncated" else _serve_slowly
+    return await serve(request, store, row["id"])
 
 
-async def _serve_badly(
-    request: web.Request, path: Path, serving: dict[str, Any]
+async def _serve_half(request: web.Request, store: PackageStore, number: int) -> web.StreamResponse:
+    """The first half, with the whole length announced."""
+    content = store.file(number).read_bytes()
+    response = await _begin_to_serve(request, len(content))
+    await response.write(content[: len(content) // 2])
+    hang_up(request)
+    return response
+
+
+async def _serve_slowly(
+    request: web.Request, store: PackageStore, number: int
 ) -> web.StreamResponse:
-    """Slowly, or the first half only with the whole length announced."""
+    """At the rate that is set at the time; the rest comes at once when none is any more."""
     stopping = helpdesk_of(request).stopping
-    size = path.stat().st_size
+    content = store.file(number).read_bytes()
+    response = await _begin_to_serve(request, len(content))
+    sent = 0
+    while sent < len(content) and not stopping.is_set():
+        rate = store.rate(number)
+        piece = content[sent : sent + max(rate // 10, 1)] if rate else content[sent:]
+        await response.write(piece)
+        sent += len(piece)
+        if rate:
+            await asyncio.sleep(len(piece) / rate)
+    return response
+
+
+async def _begin_to_serve(request: web.Request, size: int) -> web.StreamResponse:
     response = web.StreamResponse(headers={"Content-Type": "application/octet-stream"})
     response.content_length = size
     await response.prepare(request)
-    truncated = serving["mode"] == "truncated"
-    rate = None if truncated else max(int(serving.get("bytes_per_second", PIECE_BYTES)), 1)
-    piece_bytes = PIECE_BYTES if rate is None else max(min(rate // 10, PIECE_BYTES), 1)
-    left = size // 2 if truncated else size
-    with path.open("rb") as file:
-        while left > 0 and not stopping.is_set():
-            piece = file.read(min(piece_bytes, left))
-            await response.write(piece)
-            left -= len(piece)
-            if rate is not None:
-                await asyncio.sleep(len(piece) / rate)
-    if truncated:
-        hang_up(request)
     return response

@@ -16,11 +16,12 @@ from helpdesk.client import HelpdeskClient
 from helpdesk.process import HelpdeskProcess
 from update_agent import NEW, AgentMac, agent_program, expect_installed, wait_for_heartbeat_of
 from update_mac import (APP, BACKUPS, DAEMON_TARGET, DAILY_CHECK, JOB, LOG, OLD, REQUEST, RUNTIME,
-                        STATUS, SUPPORT, package, program)
+                        STATUS, SUPPORT, UPDATES, package, program)
 from update_outcomes import NOT_HEALTHY, WRONG_HASH, WRONG_SIZE
 
 pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="needs root to enter the sample Mac")
 
+SLOW = {"mode": "slow", "bytes_per_second": 1000}
 UNDER_WAY = "Aktualizacja jest już w toku."
 
 
@@ -100,10 +101,10 @@ def test_an_application_older_than_the_agent_gets_the_agents_version(mac, admin,
 
 def test_of_two_updates_ordered_at_once_one_happens(mac, admin, publish):
     number = publish()
-    admin.change_package(number, serving={"mode": "slow", "bytes_per_second": 1 << 19})
+    admin.change_package(number, serving=SLOW)
     mac.ask_for_update()
-    mac.wait_for_phase("downloading")
-    mac.wait_until(lambda: mac.updates() == 1, "script")
+    # By then the script, too, has written its status.
+    mac.wait_until(mac.place(f"{UPDATES}/Wsparo-Brenvox-macOS-{NEW}.pkg").exists, "download")
     written = mac.wait_for_phase("downloading")["updatedAt"]
     result = admin.run_command(mac.uid, "client_update")["result"]
     assert result["update_started"] is False
@@ -111,6 +112,7 @@ def test_of_two_updates_ordered_at_once_one_happens(mac, admin, publish):
     status = mac.status()
     assert (status["phase"], status["message"], status["updatedAt"]) \
         == ("downloading", UNDER_WAY, written)
+    admin.change_package(number, serving={"mode": "normal"})
     expect_installed(mac, admin, "manual")
 
 
@@ -241,8 +243,10 @@ def follow(mac, desk) -> Iterator[Callable[..., Running]]:
 
 def test_the_user_follows_an_update_to_its_end(mac, admin, publish, follow):
     number = publish()
-    admin.change_package(number, serving={"mode": "slow", "bytes_per_second": 1 << 19})
+    admin.change_package(number, serving=SLOW)
     asking = follow("update", "check")
+    asking.wait_for(f"Pobieram aktualizację do wersji {NEW}...")
+    admin.change_package(number, serving={"mode": "normal"})
     assert asking.wait() == 0, asking.complained()
     shown = asking.printed()
     places = [shown.find(text) for text in (

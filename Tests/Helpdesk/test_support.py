@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import asyncio
 import base64
 import contextlib
 import hashlib
@@ -322,6 +323,20 @@ def test_a_package_can_come_slowly_or_half(admin, act, package):
     admin.change_package(package, serving={"mode": "truncated"})
     with pytest.raises(aiohttp.ClientPayloadError):
         act(downloaded)
+
+
+def test_a_package_on_its_way_slowly_can_be_hurried(admin, act, package):
+    admin.change_package(package, serving={"mode": "slow", "bytes_per_second": 1})
+
+    async def hurried_once_begun(device):
+        manifest = await offered(device)
+        async with device.session.get(manifest["url"]) as response:
+            first = await response.content.readexactly(1)
+            normal = {"mode": "normal"}
+            await asyncio.to_thread(admin.change_package, package, serving=normal)
+            return first + await response.read()
+
+    assert act(hurried_once_begun) == PACKAGE
 
 
 def test_serving_in_an_unknown_way_and_unknown_packages_are_refused(admin, package):

@@ -86,8 +86,8 @@ protected:
     FakeClock clock;
     FakeProcessRunner processes{clock};
     Shell shell{processes, root, {.outputBytes = 1 << 20}};
-    WorkerPool workers;
     TestLoop loop{clock};
+    WorkerPool workers;
     std::vector<std::string> failures;
 };
 
