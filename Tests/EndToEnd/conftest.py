@@ -25,20 +25,20 @@ def pytest_configure(config: pytest.Config) -> None:
     config.addinivalue_line(
         "markers", "breaks_protocol: the test makes the agent's wire break its description")
     config.addinivalue_line(
-        "markers", "long: takes minutes of real time; runs with ORV_LONG_TESTS=1 only")
+        "markers", "long: takes half a minute or more of real time; runs with ORV_LONG_TESTS=1 only")
     config.addinivalue_line(
         "markers", "without_agent: runs nothing that was built, so one build is enough")
+    # Known already where the tests are distributed.
     config.addinivalue_line(
-        "markers", "late: looks at what has ripened while the other tests ran")
+        "markers", "xdist_group: tests that run in one process, because they share a costly scene")
 
 
 def pytest_collection_modifyitems(items: list[pytest.Item]) -> None:
-    items.sort(key=lambda item: item.get_closest_marker("late") is not None)
     if os.environ.get("ORV_LONG_TESTS") == "1":
         return
     for item in items:
         if item.get_closest_marker("long") is not None:
-            item.add_marker(pytest.mark.skip(reason="takes minutes; set ORV_LONG_TESTS=1"))
+            item.add_marker(pytest.mark.skip(reason="takes long; set ORV_LONG_TESTS=1"))
 
 
 @pytest.fixture(scope="session")

@@ -283,31 +283,22 @@ def test_a_daemon_that_is_told_to_end_leaves_its_command_behind(mac, start_agent
     assert statuses(command) == ["queued", "woken"], "the next start fetches it again"
 
 
-@pytest.fixture(scope="session")
-def polled(tmp_path_factory, request):
-    """What the poll brought, half a minute after the agent's start, without any wake-up. It has a
-    helpdesk of its own: the other tests count requests."""
-    folder = tmp_path_factory.mktemp("polled")
-    with HelpdeskProcess(folder / "data", events=folder / "events.log") as desk:
-        with desk.client() as admin:
-            patient = Device(folder / "mac", "polled", desk, commandPollIntervalSeconds=30)
-            try:
-                admin.wait_until_connected(patient.uid)
-                wanted = [(entry[0], entry[1]) for entry in EACH_TYPE]
-                identifiers = admin.queue_commands(patient.uid, wanted, wake="none")
-                yield patient, admin, identifiers
-            finally:
-                patient.stop()
+@pytest.fixture
+def polled(tmp_path):
+    """A device of a helpdesk of its own, because other tests count their requests, with commands that
+    only its poll can find."""
+    with HelpdeskProcess(tmp_path / "data", events=tmp_path / "events.log") as desk, \
+            desk.client() as admin:
+        patient = Device(tmp_path / "mac", "polled", desk, commandPollIntervalSeconds=30)
+        try:
+            admin.wait_until_connected(patient.uid)
+            wanted = [(entry[0], entry[1]) for entry in EACH_TYPE]
+            yield patient, admin, admin.queue_commands(patient.uid, wanted, wake="none")
+        finally:
+            patient.stop()
 
 
-@pytest.fixture(scope="session", autouse=True)
-def poll_is_under_way(request):
-    """The poll's half minute passes while other tests run."""
-    if any("polled" in getattr(item, "fixturenames", ()) for item in request.session.items):
-        request.getfixturevalue("polled")
-
-
-@pytest.mark.late
+@pytest.mark.long  # the shortest period of the poll is half a minute
 def test_a_poll_brings_the_results_without_a_wake_up(polled):
     patient, admin, identifiers = polled
     for identifier, (command_type, _, expected) in zip(identifiers, EACH_TYPE):

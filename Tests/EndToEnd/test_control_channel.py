@@ -273,6 +273,7 @@ def broken(tmp_path_factory, desk):
             device.stop()
 
 
+@pytest.mark.xdist_group("broken connections")
 @pytest.mark.parametrize("name", FAULTS)
 def test_a_connection_that_breaks_is_reported_and_opened_again(broken, admin, name):
     (device, socket), fault = broken[name], FAULTS[name]
@@ -288,6 +289,7 @@ def test_a_connection_that_breaks_is_reported_and_opened_again(broken, admin, na
     assert len(device.control_sockets(admin)) == 2
 
 
+@pytest.mark.xdist_group("broken connections")
 def test_a_revoked_token_is_dropped_and_the_organisations_used(broken, admin):
     device, socket = broken["a revoked token"]
     assert socket["authorization"].startswith("Device ")

@@ -18,7 +18,8 @@ from helpdesk.process import HelpdeskProcess
 from sample_equipment import PERIPHERALS, REMOTE, software
 from samplemac import SampleMac, ToolCall
 
-pytestmark = pytest.mark.skipif(sys.platform == "darwin", reason="a Mac tells its own facts")
+pytestmark = [pytest.mark.xdist_group("inventory"), pytest.mark.skipif(
+    sys.platform == "darwin", reason="a Mac tells its own facts")]
 
 PAGE_BYTES = 16384
 MOUNTS = """\

@@ -16,6 +16,8 @@ from helpdesk.client import HelpdeskClient
 from helpdesk.process import HelpdeskProcess
 from samplemac import SampleMac
 
+pytestmark = pytest.mark.xdist_group("network scan")
+
 OWN = own_network.OWN_ADDRESS.partition("/")[0]
 USUAL_DESCRIPTORS = 256  # what launchd gives
 RAISED_DESCRIPTORS = 4096
@@ -119,7 +121,10 @@ def test_other_commands_do_not_wait_for_a_scan(office):
 
     notice = admin.queue_command(uid, "user_notify", {"title": "Spokojnie"}, wake="none")
     assert admin.wait_for_command(notice)["status"] == "completed"
-    assert not admin.command(scan)["final"]
 
     (mac.sample / "enough").touch()
     assert admin.wait_for_command(scan)["result"]["host_count"] == 1
+    reported = [entry["path"] for entry in admin.requests("command_status")]
+    of_scan, of_notice = (f"/api/agent/device-commands/{identifier}/status"
+                          for identifier in (scan, notice))
+    assert reported.index(of_notice) < reported.index(of_scan)

@@ -25,7 +25,8 @@ JOB = f"/Library/LaunchDaemons/{LABEL}.plist"
 CHAT = "/Users/Shared/Wsparo Brenvox/remote-chat"
 CA_FILE = "/private/etc/test-ca.pem"
 
-pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="needs root to enter the sample Mac")
+pytestmark = [pytest.mark.xdist_group("product"), pytest.mark.skipif(
+    os.geteuid() != 0, reason="needs root to enter the sample Mac")]
 
 
 class InstalledMac(SampleMac):

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import fcntl
 import os
 import subprocess
 import sys
@@ -28,7 +29,17 @@ def make_twin(output: Path) -> Path:
 
 @pytest.fixture(scope="session")
 def twin_file(tmp_path_factory: pytest.TempPathFactory) -> Path:
-    return make_twin(tmp_path_factory.mktemp("twin"))
+    """Where several processes run the tests, the first that needs it makes it for all."""
+    folder = tmp_path_factory.getbasetemp()
+    if "PYTEST_XDIST_WORKER" in os.environ:
+        folder = folder.parent
+    with (folder / "twin.lock").open("w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        if not (folder / "twin").is_dir():
+            make_twin(folder / "twin.new")
+            (folder / "twin.new").rename(folder / "twin")
+    made, = (folder / "twin").glob("*.pkg")
+    return made
 
 
 @pytest.fixture(scope="session")

@@ -89,6 +89,12 @@ def mode_and_owner(mac: SampleMac, path: str) -> tuple[int, int, int]:
     return status.st_mode & 0o7777, status.st_uid, status.st_gid
 
 
+def asked_of_launchd(mac: SampleMac) -> list[tuple[str, ...]]:
+    """About our own services: the agent's inventory asks about those of others at any time."""
+    return [call.arguments for call in mac.tool_calls("launchctl")
+            if "pl.brenvox.wsparo" in call.arguments[-1]]
+
+
 def read_settings(mac: SampleMac) -> dict:
     return json.loads(mac.place(SETTINGS).read_text())
 
@@ -114,9 +120,10 @@ def test_a_fresh_mac_has_a_running_agent_afterwards(mac: SampleMac, package: Pat
 def test_an_upgrade_keeps_settings_and_state_and_restarts_once(
         mac: SampleMac, package: Path) -> None:
     give_settings_beside(package)
+    mac.place(SUPPORT).mkdir(parents=True, exist_ok=True)
+    mac.place(STATE).write_text('{"supportId": "WB-1"}')
     installed(mac, package)
     works(mac)
-    mac.place(STATE).write_text('{"supportId": "WB-1"}')
     own = {**GIVEN, "serverBaseUrl": "https://localhost:8"}
     mac.place(SETTINGS).write_text(json.dumps(own))
     job = plistlib.loads(mac.place(DAEMON_JOB).read_bytes())
@@ -128,8 +135,8 @@ def test_an_upgrade_keeps_settings_and_state_and_restarts_once(
     assert read_settings(mac)["serverBaseUrl"] == own["serverBaseUrl"]
     assert mac.read_state()["supportId"] == "WB-1"
     assert plistlib.loads(mac.place(DAEMON_JOB).read_bytes()) == job
-    asked = [call.arguments for call in mac.tool_calls("launchctl")
-             if "pl.brenvox.wsparo.daemon" in call.arguments[-1] and call.arguments[0] != "print"]
+    asked = [arguments for arguments in asked_of_launchd(mac)
+             if "pl.brenvox.wsparo.daemon" in arguments[-1] and arguments[0] != "print"]
     assert asked == [("bootout", DAEMON), ("enable", DAEMON), ("bootstrap", "system", DAEMON_JOB)]
 
 
@@ -142,8 +149,7 @@ def test_during_an_update_the_update_restarts(mac: SampleMac, package: Path) -> 
     shutil.copy(package, downloaded)
     mac.forget_calls()
     installed(mac, downloaded)
-    assert [call.arguments for call in mac.tool_calls("launchctl")] == [
-        ("print", "system/pl.brenvox.wsparo.updater")]
+    assert asked_of_launchd(mac) == [("print", "system/pl.brenvox.wsparo.updater")]
     works(mac, 1)
 
 
