@@ -22,6 +22,10 @@ bool equalsIgnoringCase(std::string_view a, std::string_view b);
 /// Without every "/" at the end; a lone "/" gives the empty text.
 std::string trimmedTrailingSlash(std::string_view text);
 
+constexpr bool isAscii(char byte) {
+    return static_cast<unsigned char>(byte) < 0x80;
+}
+
 bool isValidUtf8(std::string_view text);
 
 /// The text with every invalid byte replaced by U+FFFD.

@@ -3,16 +3,14 @@
 #include <algorithm>
 #include <utf8proc.h>
 
+#include "OrvPlatform/Text.h"
+
 namespace orv {
 
 namespace {
 
 constexpr std::size_t ceilingPerCharacter = 16;
 constexpr std::size_t lowestCeiling = std::size_t{2} << 20;
-
-bool isAscii(char byte) {
-    return static_cast<signed char>(byte) >= 0;
-}
 
 }  // namespace
 

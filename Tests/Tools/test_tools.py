@@ -1,5 +1,6 @@
 """The checks must be able to fail: each is given something wrong, in a project of its own."""
 
+import json
 import os
 import re
 import shutil
@@ -64,26 +65,28 @@ def test_shell_check_knows_scripts_by_their_first_line(project: Path):
 
 
 class Tidied:
-    """A build of one source and its header, and clang-tidy over it."""
+    """A build of sources, at first of one and its header, and clang-tidy over it."""
 
     def __init__(self, project: Path, cache: Path):
         self.project = project
         self.cache = cache
+        self.header = write(project / "Sources/One.h", "#pragma once\nint one();\n")
         self.source = project / "Sources/One.cpp"
-        self.header = project / "Sources/One.h"
-        write(self.header, "#pragma once\nint one();\n")
-        write(self.source, '#include "One.h"\n\nint one() {\n    return 1;\n}\n')
-        build = project / "build"
-        command = f"clang++-19 -std=c++20 -MD -MF One.o.d -o One.o -c {self.source}"
-        write(build / "compile_commands.json",
-              f'[{{"directory": "{build}", "file": "{self.source}", "command": "{command}"}}]')
-        write(build / "build.ninja",
-              f"rule c\n  command = {command}\n  depfile = One.o.d\n  deps = gcc\n"
-              f"build One.o: c {self.source}\n")
-        self.compile()
+        self.build({"One": '#include "One.h"\n\nint one() {\n    return 1;\n}\n'})
 
-    def compile(self):
-        subprocess.run(["ninja", "-C", self.project / "build"], check=True, capture_output=True)
+    def build(self, sources: dict[str, str]) -> None:
+        """Compiles these from now on."""
+        build, commands = self.project / "build", []
+        ninja = "rule c\n  command = clang++-19 -std=c++20 -MD -MF $out.d -o $out -c $in\n" \
+            "  depfile = $out.d\n  deps = gcc\n"
+        for name, text in sources.items():
+            source = write(self.project / f"Sources/{name}.cpp", text)
+            command = f"clang++-19 -std=c++20 -MD -MF {name}.o.d -o {name}.o -c {source}"
+            commands.append({"directory": str(build), "file": str(source), "command": command})
+            ninja += f"build {name}.o: c {source}\n"
+        write(build / "compile_commands.json", json.dumps(commands))
+        write(build / "build.ninja", ninja)
+        subprocess.run(["ninja", "-C", build], check=True, capture_output=True)
 
     def tidy(self) -> subprocess.CompletedProcess:
         return run(self.project / "Tools/tidy", "--build", str(self.project / "build"),
@@ -122,6 +125,34 @@ def test_tidy_looks_again_when_its_configuration_changes(tidied: Tidied):
     configuration = tidied.project / ".clang-tidy"
     write(configuration, configuration.read_text().replace("FunctionCase: camelBack", "FunctionCase: UPPER_CASE"))
     assert tidied.tidy().returncode == 1
+
+
+MANY = {f"N{number:02}": f"int number{number:02}() {{\n    return {number};\n}}\n"
+        for number in range(12)}
+
+
+def test_tidy_remembers_what_it_has_checked_together(tidied: Tidied):
+    tidied.build(MANY)
+    assert tidied.tidy().stdout == "tidy: 12 sources, 12 checked, 0 findings\n"
+    assert tidied.tidy().stdout == "tidy: 12 sources, 0 checked, 0 findings\n"
+
+
+def test_tidy_checks_one_by_one_what_has_names_in_common(tidied: Tidied):
+    own = "namespace {\nint own() {\n    return 1;\n}\n}  // namespace\n\n"
+    common = {name: own + text.replace("return", "return own() *")
+              for name, text in MANY.items() if name in ("N01", "N02")}
+    tidied.build({**MANY, **common})
+    assert tidied.tidy().stdout == "tidy: 12 sources, 12 checked, 0 findings\n"
+    assert tidied.tidy().stdout == "tidy: 12 sources, 0 checked, 0 findings\n"
+
+
+def test_tidy_blames_the_source_among_many(tidied: Tidied):
+    tidied.build({**MANY, "N03": "int Bad() {\n    return 3;\n}\n"})
+    for checked in (12, 1):
+        failed = tidied.tidy()
+        assert failed.returncode == 1
+        assert f"{tidied.project}/Sources/N03.cpp:1:5: error: invalid case style" in failed.stdout
+        assert failed.stdout.endswith(f"tidy: 12 sources, {checked} checked, 1 findings\n")
 
 
 @on_linux

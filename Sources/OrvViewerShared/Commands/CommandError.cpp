@@ -8,4 +8,8 @@ CommandError::CommandError(std::string domain, int code, const std::string& desc
     : std::runtime_error(description), errorDomain(std::move(domain)), errorCode(code) {
 }
 
+CommandError fileTransferError(int code, const std::string& description) {
+    return {"OrvViewerFileTransfer", code, description};
+}
+
 }  // namespace orv

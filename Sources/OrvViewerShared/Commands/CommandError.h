@@ -20,4 +20,7 @@ private:
     int errorCode;
 };
 
+/// Of the commands that read, write and list files.
+CommandError fileTransferError(int code, const std::string& description);
+
 }  // namespace orv

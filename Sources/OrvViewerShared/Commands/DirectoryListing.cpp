@@ -118,7 +118,7 @@ bool asksForRoots(const std::string& path) {
 Json directoryListing(const SystemRoot& root, const std::string& path, std::size_t maxItems) {
     const std::string folder = normalizedPath(path);
     if (!isDirectory(root.locate(folder))) {
-        throw CommandError("OrvViewerFileTransfer", 404, "Directory not found: " + path);
+        throw fileTransferError(404, "Directory not found: " + path);
     }
     std::vector<DirectoryEntry> entries = readDirectory(root.locate(folder));
     keepFirst(entries, maxItems);

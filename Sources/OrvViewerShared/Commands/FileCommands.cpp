@@ -17,7 +17,6 @@ namespace orv {
 
 namespace {
 
-constexpr const char* domain = "OrvViewerFileTransfer";
 constexpr std::int64_t mebibyte = std::int64_t{1} << 20;
 
 std::string pathFrom(const Json& payload, const char* key, const char* defaultPath) {
@@ -37,7 +36,7 @@ std::optional<std::string> takeText(Json& payload, const char* key) {
 }
 
 [[noreturn]] void throwTargetAndContentRequired() {
-    throw CommandError(domain, 400, "Target path and content are required.");
+    throw fileTransferError(400, "Target path and content are required.");
 }
 
 /// Runs the work on a worker; an error's path is the Mac's when it reaches the consultant.
@@ -69,7 +68,7 @@ Task<CommandResult> FileCommands::listFiles(Json payload) {
 
 Task<CommandResult> FileCommands::downloadFile(Json payload) {
     std::string path = pathFrom(payload, "path", "");
-    if (path.empty()) throw CommandError(domain, 400, "Path cannot be empty.");
+    if (path.empty()) throw fileTransferError(400, "Path cannot be empty.");
     const auto maximumBytes = static_cast<std::uint64_t>(
         payloadInt(payloadValue(payload, "max_bytes"), 10 * mebibyte, 1024, 25 * mebibyte));
     auto download = [root = parts.root, path = std::move(path), maximumBytes,

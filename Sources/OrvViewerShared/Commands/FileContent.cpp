@@ -18,8 +18,6 @@ namespace orv {
 
 namespace {
 
-constexpr const char* domain = "OrvViewerFileTransfer";
-
 // Divisible by three, so that the encoded pieces join.
 constexpr std::size_t pieceBytes = std::size_t{192} * 1024;
 
@@ -35,8 +33,8 @@ FileDescriptor openRegularFile(const std::string& location, std::uint64_t& sizeB
 }
 
 [[noreturn]] void throwTooLarge(std::uint64_t sizeBytes, std::uint64_t limit) {
-    throw CommandError(
-        domain, 413, fmt::format("File is too large: {} bytes, limit {} bytes.", sizeBytes, limit));
+    throw fileTransferError(
+        413, fmt::format("File is too large: {} bytes, limit {} bytes.", sizeBytes, limit));
 }
 
 /// Fills the buffer unless the file ends first.
@@ -89,7 +87,7 @@ void placeFile(const SystemRoot& root, const std::string& path, const std::strin
                UploadOptions options) {
     const std::string location = root.locate(path);
     if (!options.overwrite && fileExists(location)) {
-        throw CommandError(domain, 409, "File already exists: " + path);
+        throw fileTransferError(409, "File already exists: " + path);
     }
     if (options.createDirectories) createDirectories(parentPath(location));
     WriteOptions writing;
