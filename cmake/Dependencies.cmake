@@ -2,7 +2,16 @@
 # instead of in every file that includes them.
 find_package(Threads REQUIRED)
 find_package(OpenSSL 3 REQUIRED)
-find_package(CURL 7.87 REQUIRED)
+set(smallCurl "")
+if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
+    execute_process(COMMAND "${PROJECT_SOURCE_DIR}/Tools/small-curl"
+        OUTPUT_VARIABLE smallCurl OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+endif()
+if(smallCurl)
+    find_package(CURL 7.87 REQUIRED CONFIG PATHS "${smallCurl}" NO_DEFAULT_PATH)
+else()
+    find_package(CURL 7.87 REQUIRED)
+endif()
 find_package(fmt 9 REQUIRED)
 find_package(nlohmann_json 3.11 REQUIRED)
 find_package(Boost 1.81 REQUIRED)
