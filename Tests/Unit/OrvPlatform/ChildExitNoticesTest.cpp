@@ -38,6 +38,12 @@ protected:
         });
     }
 
+    void waitForNotices(const int& notices, int count) {
+        const auto begin = std::chrono::steady_clock::now();
+        while (notices < count && std::chrono::steady_clock::now() - begin < 3s)
+            loop.context.run_one_for(20ms);
+    }
+
     TestLoop loop;
     std::shared_ptr<ChildExitNotices> exits = std::make_shared<ChildExitNotices>(loop.executor());
 };
@@ -50,8 +56,7 @@ TEST_F(ChildExitNoticesTest, onlyTheOwnerOfAnEndedChildIsTold) {
     int noticesOfBrief = 0;
     follow(lasting, noticesOfLasting);
     follow(brief, noticesOfBrief);
-    while (noticesOfBrief == 0)
-        loop.context.run_one_for(20ms);
+    waitForNotices(noticesOfBrief, 1);
     EXPECT_TRUE(brief.end());
     EXPECT_EQ(noticesOfBrief, 1);
     EXPECT_EQ(noticesOfLasting, 0);
@@ -73,8 +78,8 @@ TEST_F(ChildExitNoticesTest, oneSignalMayStandForSeveralEnds) {
     int notices = 0;
     follow(first, notices);
     follow(second, notices);
-    while (notices < 2)
-        loop.context.run_one_for(20ms);
+    waitForNotices(notices, 2);
+    EXPECT_EQ(notices, 2);
     EXPECT_EQ(first.end(), ProcessEnd(Exited{1}));
     EXPECT_EQ(second.end(), ProcessEnd(Exited{2}));
 }

@@ -395,6 +395,7 @@ TEST_F(SystemProcessRunnerTest, cancellingEndsTheProgramAndLeavesNoZombie) {
 }
 
 TEST_F(SystemProcessRunnerTest, cancellingAProgramThatHasJustEndedIsNoWait) {
+    BackgroundTask other(loop, runToNowhere(program("/bin/sleep", {"100"})));
     BackgroundTask task(loop, runToNowhere(program("/bin/true", {})));
     loop.context.poll_one();
     siginfo_t ended{};
@@ -405,6 +406,8 @@ TEST_F(SystemProcessRunnerTest, cancellingAProgramThatHasJustEndedIsNoWait) {
         loop.context.run_one_for(20ms);
     EXPECT_TRUE(isCancelled(task));
     EXPECT_FALSE(exists(ended.si_pid));
+    other.cancel();
+    waitFor(other);
 }
 
 TEST_F(SystemProcessRunnerTest, cancellingKillsAProgramThatIgnoresTheRequestToEnd) {
