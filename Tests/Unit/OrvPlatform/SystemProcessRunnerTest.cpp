@@ -396,6 +396,7 @@ TEST_F(SystemProcessRunnerTest, cancellingEndsTheProgramAndLeavesNoZombie) {
 
 TEST_F(SystemProcessRunnerTest, cancellingAProgramThatHasJustEndedIsNoWait) {
     BackgroundTask other(loop, runToNowhere(program("/bin/sleep", {"100"})));
+    loop.context.poll_one();
     BackgroundTask task(loop, runToNowhere(program("/bin/true", {})));
     loop.context.poll_one();
     siginfo_t ended{};
