@@ -19,6 +19,7 @@ public:
     Json takeTree() { return std::move(root); }
 
     // The names and results that the library asks for; false would end the reading.
+    // NOLINTBEGIN(readability-identifier-naming)
     bool null() { return add(nullptr); }
     bool boolean(bool value) { return add(value); }
     bool number_integer(std::int64_t value) { return add(value); }
@@ -32,6 +33,7 @@ public:
     bool end_array() { return close(); }
     bool key(const std::string& name);
     bool parse_error(std::size_t byte, const std::string& token, const Json::exception& error);
+    // NOLINTEND(readability-identifier-naming)
 
 private:
     template <typename Value>
