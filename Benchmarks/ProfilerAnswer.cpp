@@ -1,7 +1,10 @@
 // Times what the inventory does with a big answer of the system profiler, from its text to the
 // records, and prints the seconds of every repetition as JSON.
 //
-//     bench-profiler-answer REPETITIONS
+//     bench-profiler-answer REPETITIONS HUBS
+//
+// Every bus has so many hubs. The inventory carries all that hangs on the first buses, and nothing
+// of those that are beyond its limit.
 
 #include <chrono>
 #include <cstdio>
@@ -31,18 +34,24 @@ orv::Json usbDevice(int number) {
             {"vendor_id", "0x05ac  (Apple Inc.)"}};
 }
 
+orv::Json usbHub(int& devices) {
+    orv::Json hub = usbDevice(++devices);
+    hub["_items"] = orv::Json::array();
+    for (int i = 0; i < 8; ++i)
+        hub["_items"].push_back(usbDevice(++devices));
+    return hub;
+}
+
 /// Hubs with eight devices each, as deep as a tidy desk has them.
-std::string profilerAnswer(int& devices) {
+std::string profilerAnswer(int hubsOfABus, int& devices) {
     orv::Json buses = orv::Json::array();
     std::size_t size = 0;
     devices = 0;
     while (size < answerBytes) {
-        orv::Json hub = usbDevice(++devices);
-        hub["_items"] = orv::Json::array();
-        for (int i = 0; i < 8; ++i)
-            hub["_items"].push_back(usbDevice(++devices));
         orv::Json bus{{"_name", "USB31Bus"}, {"host_controller", "AppleT6000USBXHCI"}};
-        bus["_items"] = orv::Json::array({std::move(hub)});
+        bus["_items"] = orv::Json::array();
+        for (int i = 0; i < hubsOfABus; ++i)
+            bus["_items"].push_back(usbHub(devices));
         size += bus.dump(2, ' ').size();
         buses.push_back(std::move(bus));
     }
@@ -56,7 +65,7 @@ double secondsOnce(const std::string& answer, std::size_t& records) {
     const auto begin = std::chrono::steady_clock::now();
     if (!orv::isValidUtf8(answer)) std::abort();
     orv::ProfilerAnswers answers;
-    answers.main = orv::parseJson(answer);
+    answers.main = orv::parseJson(answer, orv::untilRecordsAreFull());
     const orv::Json made = orv::peripheralRecords(std::move(answers));
     const auto end = std::chrono::steady_clock::now();
     records = made.size();
@@ -67,8 +76,9 @@ double secondsOnce(const std::string& answer, std::size_t& records) {
 
 int main(int count, char** arguments) {
     const int repetitions = count > 1 ? std::atoi(arguments[1]) : 25;
+    const int hubsOfABus = count > 2 ? std::atoi(arguments[2]) : 1;
     int devices = 0;
-    const std::string answer = profilerAnswer(devices);
+    const std::string answer = profilerAnswer(hubsOfABus, devices);
     std::size_t records = 0;
     orv::Json seconds = orv::Json::array();
     for (int i = 0; i < repetitions; ++i)

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import asyncio
+import pathlib
 import statistics
 
 from orvbench import process_facts
@@ -19,7 +20,11 @@ TIMES_PINGS = 1.5
 NMAP = ["/usr/bin/nmap", "-sn", "-n", NETWORK]
 # It ends with 1 when some hosts are silent.
 FPING = ["/bin/sh", "-c", f"fping -a -g -c1 -t350 {NETWORK}; :"]
-PINGS = [["/bin/ping", "-n", "-c", "1", "-W", "0.35", f"{PREFIX}.{last}"] for last in range(1, 255)]
+
+
+def bare_pings(program: pathlib.Path) -> list[list[str]]:
+    """What the agent asks the Mac's ping, so that both sides pay alike for what stands in for it."""
+    return [[str(program), "-c", "1", "-W", "350", f"{PREFIX}.{last}"] for last in range(1, 255)]
 
 
 async def measure(surroundings: Surroundings) -> list[Figure]:
@@ -33,12 +38,14 @@ async def measure_in_network(surroundings: Surroundings) -> list[Figure]:
     fping: list[float] = []
     processor: list[float] = []
     bare_processor: list[float] = []
+    mac_ping = surroundings.build / "bench-mac-ping"
+    pings = bare_pings(mac_ping)
     beside, beside_pings = Responsiveness(), Responsiveness()
     async with connected_agent(surroundings.folder, chatPollIntervalSeconds=1) as rig:
         # Where a Mac's ping is told milliseconds, this one wants seconds.
         ping = rig.mac.place("/sbin/ping")
         ping.unlink()
-        ping.symlink_to(surroundings.build / "bench-mac-ping")
+        ping.symlink_to(mac_ping)
         for _ in range(surroundings.times(5, 15)):
             used = process_facts.processor_time_with_children(rig.pid)
             scan = await rig.desk.run_when_fetched("ip_scan", {})
@@ -47,7 +54,7 @@ async def measure_in_network(surroundings: Surroundings) -> list[Figure]:
             assert scan.result["host_count"] == len(HOSTS) + 1, scan.report
             nmap.append(await asyncio.to_thread(seconds_of, NMAP))
             fping.append(await asyncio.to_thread(seconds_of, FPING))
-            bare_processor.append(await asyncio.to_thread(processor_seconds_of_all_at_once, PINGS))
+            bare_processor.append(await asyncio.to_thread(processor_seconds_of_all_at_once, pings))
         for _ in range(surroundings.times(3, 9)):
             order = rig.desk.queue("ip_scan", {}, for_notifications=True)
             while order.begun_at == 0.0:
@@ -56,7 +63,7 @@ async def measure_in_network(surroundings: Surroundings) -> list[Figure]:
             beside.round_trips += found.round_trips
             beside.echoes += found.echoes
             work = asyncio.ensure_future(
-                asyncio.to_thread(processor_seconds_of_all_at_once, PINGS))
+                asyncio.to_thread(processor_seconds_of_all_at_once, pings))
             found = await responsiveness_during(rig, work)
             beside_pings.round_trips += found.round_trips
             beside_pings.echoes += found.echoes

@@ -4,34 +4,11 @@
 
 #include <fmt/format.h>
 
+#include "OrvPlatform/JsonTreeBuilder.h"
+
 namespace orv {
 
 namespace {
-
-constexpr int maximumDepth = 512;
-
-/// Looked at before parsing: the parser itself would build any depth.
-bool isNestedTooDeep(std::string_view text) {
-    int depth = 0;
-    bool inString = false;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        if (inString) {
-            if (c == '\\') {
-                ++i;
-            } else if (c == '"') {
-                inString = false;
-            }
-        } else if (c == '"') {
-            inString = true;
-        } else if (c == '[' || c == '{') {
-            if (++depth > maximumDepth) return true;
-        } else if (c == ']' || c == '}') {
-            --depth;
-        }
-    }
-    return false;
-}
 
 const Json& requiredValue(const Json& object, const char* key) {
     if (!object.is_object()) throw DecodingError("A JSON object was expected.");
@@ -68,23 +45,15 @@ bool boolOf(const Json& value, const char* key) {
 
 }  // namespace
 
-Json parseJson(std::string_view text) {
+Json parseJson(std::string_view text, const WantsMoreItems& wantsMore) {
     // The parser would take a NUL for the end and ignore whatever follows.
     const std::size_t nul = text.find('\0');
     if (nul != std::string_view::npos) {
         throw DecodingError(fmt::format("Not valid JSON at byte {}.", nul + 1));
     }
-    if (isNestedTooDeep(text)) {
-        throw DecodingError(fmt::format("JSON nested deeper than {} levels.", maximumDepth));
-    }
-    try {
-        return Json::parse(text);
-    } catch (const Json::parse_error& error) {
-        // The library's own message quotes what it read, which may be a credential.
-        throw DecodingError(fmt::format("Not valid JSON at byte {}.", error.byte));
-    } catch (const Json::out_of_range&) {
-        throw DecodingError("A number in the JSON is too large.");
-    }
+    JsonTreeBuilder builder(wantsMore);
+    Json::sax_parse(text, &builder);
+    return builder.takeTree();
 }
 
 std::string prettyJson(const Json& value) {

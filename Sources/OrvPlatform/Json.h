@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -18,9 +19,14 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// Whether more items are wanted of an array that is a value of the outermost object; the last of
+/// those that were read so far is new.
+using WantsMoreItems = std::function<bool(const std::string& key, const Json& itemsSoFar)>;
+
 /// Reads JSON from outside. Throws DecodingError when it is no JSON, no valid UTF-8, or nested
-/// deeper than 512 levels.
-Json parseJson(std::string_view text);
+/// deeper than 512 levels. Items that are not wanted must be as correct as all others, but only
+/// take the time to read them.
+Json parseJson(std::string_view text, const WantsMoreItems& wantsMore = nullptr);
 
 /// For files: pretty-printed, keys sorted, a line feed at the end.
 std::string prettyJson(const Json& value);

@@ -68,9 +68,7 @@ public:
         adopt(standardError, child.takeStandardError());
     }
 
-    ~ProcessRun() {
-        if (isListening) common->exits->remove(subscription);
-    }
+    ~ProcessRun() { stopListening(); }
     ProcessRun(const ProcessRun&) = delete;
     ProcessRun& operator=(const ProcessRun&) = delete;
 
@@ -90,7 +88,7 @@ public:
                 });
             });
         }
-        subscription = common->exits->add([this] { noticeEnd(); });
+        common->exits->add(child.id(), [this] { noticeEnd(); });
         isListening = true;
         wakeAt(deadline);
         if (standardOutput.is_open()) readWhenFilled(standardOutput, request.onStandardOutput);
@@ -126,8 +124,8 @@ private:
                 return terminate();
             case Stage::terminating:
                 stage = Stage::killed;
-                child.signal(SIGKILL);
-                return wakeAt(SteadyTime::max());
+                wakeAt(SteadyTime::max());
+                return tell(SIGKILL);
             case Stage::draining: return finish();
             case Stage::killed:
             case Stage::finished: return;
@@ -137,8 +135,14 @@ private:
     void terminate() {
         if (stage != Stage::running) return;
         stage = Stage::terminating;
-        child.signal(SIGTERM);
         wakeAt(after(std::chrono::steady_clock::now(), common->timings.terminationGrace));
+        tell(SIGTERM);
+    }
+
+    /// When this finds the program ended, no notice comes of it any more.
+    void tell(int signal) {
+        child.signal(signal);
+        noticeEnd();
     }
 
     void cancel() {
@@ -154,10 +158,15 @@ private:
         if (!ended) return false;
         end = *ended;
         stage = Stage::draining;
+        stopListening();
         const SteadyTime now = std::chrono::steady_clock::now();
         wakeAt(std::max(deadline, after(now, common->timings.drainAtLeast)));
         finishIfNothingIsLeft();
         return true;
+    }
+
+    void stopListening() {
+        if (std::exchange(isListening, false)) common->exits->remove(child.id());
     }
 
     void readWhenFilled(Stream& stream, const OutputSink& sink) {
@@ -200,8 +209,6 @@ private:
 
     void finish() {
         stage = Stage::finished;
-        common->exits->remove(subscription);
-        isListening = false;
         timer.cancel();
         boost::system::error_code ignored;
         standardOutput.close(ignored);
@@ -225,7 +232,6 @@ private:
     Stream standardError;
     asio::steady_timer timer;
     Completion complete;
-    ChildExitNotices::Subscription subscription;
     bool isListening = false;
     Stage stage = Stage::running;
     ProcessEnd end;

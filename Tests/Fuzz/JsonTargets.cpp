@@ -49,7 +49,8 @@ void read(const Json& value) {
 }  // namespace
 
 void json(std::string_view bytes) {
-    withJson(bytes, [](const Json& value) {
+    withJson(bytes, [bytes](const Json& value) {
+        demand(value == Json::parse(bytes), "the library reads the same");
         demand(parseJson(compactJson(value)) == value, "compact JSON keeps the value");
         demand(parseJson(prettyJson(value)) == value, "pretty JSON keeps the value");
     });

@@ -55,7 +55,10 @@ void equipment(std::string_view text) {
     try {
         const Json answer = parseJson(text);
         (void)needsUsbHostAnswer(answer, "26.0");
-        demand(peripheralRecords({answer, answer}).size() <= 500, "the records have a limit");
+        const Json records = peripheralRecords({answer, answer});
+        demand(records.size() <= 500, "the records have a limit");
+        const Json shortened = parseJson(text, untilRecordsAreFull());
+        demand(peripheralRecords({shortened, shortened}) == records, "nothing needed is left out");
     } catch (const DecodingError&) {
         return;
     }

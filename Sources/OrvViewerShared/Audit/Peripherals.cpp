@@ -16,6 +16,9 @@ namespace {
 
 constexpr std::size_t maximumCount = 500;
 
+constexpr const char* usbType = "SPUSBDataType";
+constexpr const char* usbHostType = "SPUSBHostDataType";  // of systems from 26 on
+
 using Keys = std::initializer_list<const char*>;
 
 constexpr Keys serialKeys = {
@@ -106,6 +109,17 @@ void collectUsbItems(const std::string& path, Json& items, Items place, Json& in
         // A bus may hold megabytes: only what is still needed is copied.
         into[index]["details"] = place == Items::outermost ? std::move(item) : Json(item);
     }
+}
+
+/// As many as collectUsbItems makes of the item when there is room for them.
+std::size_t usbRecordCount(const Json& item) {
+    if (!item.is_object()) return 0;
+    std::size_t count = 1;
+    const auto children = item.find("_items");
+    if (children == item.end() || !children->is_array()) return count;
+    for (const Json& child : *children)
+        count += usbRecordCount(child);
+    return count;
 }
 
 Json displayRecord(Json item) {
@@ -236,19 +250,29 @@ std::string printerSerialNumber(const Json& item, std::string_view uri) {
     return {};
 }
 
+WantsMoreItems untilRecordsAreFull() {
+    return [count = std::size_t{0}](const std::string& dataType, const Json& itemsSoFar) mutable {
+        // Displays and printers are few, and not every item makes a record.
+        if (dataType != usbType && dataType != usbHostType) return true;
+        if (itemsSoFar.size() == 1) count = 0;
+        count += usbRecordCount(itemsSoFar.back());
+        return count < maximumCount;
+    };
+}
+
 bool needsUsbHostAnswer(const Json& mainAnswer, std::string_view systemVersion) {
     constexpr int firstWithHostType = 26;
     int major = 0;
     std::from_chars(systemVersion.data(), systemVersion.data() + systemVersion.size(), major);
     if (major < firstWithHostType) return false;
-    const auto found = mainAnswer.find("SPUSBDataType");
+    const auto found = mainAnswer.find(usbType);
     return found == mainAnswer.end() || found->empty();
 }
 
 Json peripheralRecords(ProfilerAnswers answers) {
     Json records = Json::array();
-    Json usbItems = takeArray(answers.main, "SPUSBDataType");
-    Json usbHostItems = takeArray(answers.usbHost, "SPUSBHostDataType");
+    Json usbItems = takeArray(answers.main, usbType);
+    Json usbHostItems = takeArray(answers.usbHost, usbHostType);
     collectUsbItems("USB", usbItems, Items::outermost, records);
     collectUsbItems("USB", usbHostItems, Items::outermost, records);
     collectDisplays(takeArray(answers.main, "SPDisplaysDataType"), records);
@@ -257,13 +281,14 @@ Json peripheralRecords(ProfilerAnswers answers) {
 }
 
 Task<Json> collectPeripherals(AuditRun& run, std::string systemVersion) {
-    std::vector<std::string> types = {"SPUSBDataType", "SPDisplaysDataType", "SPPrintersDataType"};
+    std::vector<std::string> types = {usbType, "SPDisplaysDataType", "SPPrintersDataType"};
     ProfilerAnswers answers;
-    answers.main = co_await systemProfilerJson(run, std::move(types));
+    answers.main = co_await systemProfilerJson(run, std::move(types), untilRecordsAreFull());
     if (answers.main.is_null()) co_return Json::array();
     if (needsUsbHostAnswer(answers.main, systemVersion)) {
-        std::vector<std::string> hostType = {"SPUSBHostDataType"};
-        answers.usbHost = co_await systemProfilerJson(run, std::move(hostType));
+        std::vector<std::string> hostType = {usbHostType};
+        answers.usbHost =
+            co_await systemProfilerJson(run, std::move(hostType), untilRecordsAreFull());
     }
     auto makeRecords = [owned = std::move(answers)]() mutable {
         return peripheralRecords(std::move(owned));

@@ -20,6 +20,9 @@ struct ProfilerAnswers {
 /// this order; at most 500. Takes the answers apart, because every record carries its item.
 Json peripheralRecords(ProfilerAnswers answers);
 
+/// For the reading of an answer: the USB devices of as many buses as fill the records.
+WantsMoreItems untilRecordsAreFull();
+
 /// Whether the USB devices have to be asked for under the name that newer systems have for them.
 bool needsUsbHostAnswer(const Json& mainAnswer, std::string_view systemVersion);
 

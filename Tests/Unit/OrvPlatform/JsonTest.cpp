@@ -1,4 +1,6 @@
 #include <limits>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -49,6 +51,45 @@ TEST(JsonTest, nestingEndsAt512Levels) {
     for (int i = 0; i < 513; ++i)
         objects += "{\"a\":";
     EXPECT_EQ(errorOf([&] { parseJson(objects); }), "JSON nested deeper than 512 levels.");
+}
+
+TEST(JsonTest, everyKindOfValueIsKeptWhereItStands) {
+    for (const std::string_view text :
+         {"null", "true", "\"t\"", "-7", "18446744073709551615", "1.5e300", "[]", "{}",
+          "[[],{},[[1]]]",
+          R"({"a": {"b": [1, {"c": null}], "d": false}, "": [{}, {"a": "b"}, "x"]})",
+          R"({"a": [1, 2], "b": 1, "a": {"last": "counts"}})", R"([{"a": 1, "a": [2]}, 0.25])"}) {
+        EXPECT_EQ(parseJson(text), Json::parse(text)) << text;
+    }
+}
+
+TEST(JsonTest, itemsThatAreNotWantedAreNotKept) {
+    std::vector<std::string> asked;
+    const WantsMoreItems twoOfEach = [&](const std::string& key, const Json& itemsSoFar) {
+        asked.push_back(key + itemsSoFar.back().dump());
+        return itemsSoFar.size() < 2;
+    };
+    const Json value = parseJson(R"({"a": [1, {"x": [7, 8, 9]}, {"y": [[]]}, "z", null],
+                                     "b": {"c": [1, 2, 3]}, "d": [[4], [5], [6]], "e": []})",
+                                 twoOfEach);
+    EXPECT_EQ(value, parseJson(R"({"a": [1, {"x": [7, 8, 9]}],
+                                   "b": {"c": [1, 2, 3]}, "d": [[4], [5]], "e": []})"));
+    EXPECT_EQ(asked, (std::vector<std::string>{"a1", R"(a{"x":[7,8,9]})", "d[4]", "d[5]"}));
+    EXPECT_EQ(parseJson("[[1, 2, 3]]", twoOfEach), Json({{1, 2, 3}}));
+}
+
+TEST(JsonTest, itemsThatAreNotWantedMustBeCorrect) {
+    const WantsMoreItems oneOfEach = [](const std::string&, const Json&) { return false; };
+    const auto errorBehindFirst = [&](const std::string& item) {
+        return errorOf([&] { parseJson("{\"a\":[1," + item + "]}", oneOfEach); });
+    };
+    EXPECT_EQ(errorBehindFirst("2"), "no error");
+    EXPECT_EQ(errorBehindFirst("secret"), "Not valid JSON at byte 9.");
+    EXPECT_EQ(errorBehindFirst("\"\xC5\""), "Not valid JSON at byte 11.");
+    EXPECT_EQ(errorBehindFirst("1e999"), "A number in the JSON is too large.");
+    EXPECT_EQ(errorBehindFirst("{\"b\":2"), "Not valid JSON at byte 15.");
+    EXPECT_EQ(errorBehindFirst(nestedArrays(510)), "no error");
+    EXPECT_EQ(errorBehindFirst(nestedArrays(511)), "JSON nested deeper than 512 levels.");
 }
 
 TEST(JsonTest, bracketsInTextsAreNoNesting) {

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <map>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <fmt/format.h>
@@ -73,6 +74,10 @@ protected:
     }
 
     Task<void> runToNowhere(ProcessRequest request) { co_await runner.run(std::move(request)); }
+
+    static Task<void> keep(Task<ProcessResult> task, std::optional<ProcessResult>& kept) {
+        kept = co_await std::move(task);
+    }
 
     void waitForOutput() {
         while (output.empty())
@@ -147,6 +152,32 @@ TEST_F(SystemProcessRunnerTest, noticesAnEndAtOnce) {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 700ms);
 }
 
+TEST_F(SystemProcessRunnerTest, aStrangersChildHidesNoEnd) {
+    const pid_t stranger = ::fork();
+    if (stranger == 0) ::_exit(0);
+    siginfo_t ended{};
+    ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(stranger), &ended, WEXITED | WNOWAIT), 0);
+    ProcessRequest request = program("/bin/true", {});
+    request.timeout = 5s;
+    const ProcessResult result = run(request);
+    ::waitpid(stranger, nullptr, 0);
+    EXPECT_EQ(result.end, ProcessEnd(Exited{0}));
+    EXPECT_LT(result.duration, 3s);
+}
+
+TEST_F(SystemProcessRunnerTest, anEndThatSomebodyElseWaitedForIsNoticed) {
+    ProcessRequest request = program("/bin/true", {});
+    request.timeout = 5s;
+    std::optional<ProcessResult> result;
+    BackgroundTask task(loop, keep(runner.run(request), result));
+    loop.context.poll_one();
+    ASSERT_GT(::waitpid(-1, nullptr, 0), 0);
+    waitFor(task);
+    ASSERT_TRUE(result);
+    EXPECT_EQ(result->end, ProcessEnd(Exited{-1}));
+    EXPECT_LT(result->duration, 3s);
+}
+
 TEST_F(SystemProcessRunnerTest, killsAProgramThatIgnoresTheRequestToEnd) {
     ProcessRequest request = script("trap '' TERM; echo begun; exec sleep 100");
     request.timeout = 150ms;
@@ -171,9 +202,6 @@ TEST_F(SystemProcessRunnerTest, anEndInTimeThatIsNoticedLateIsNoTimeOut) {
     ProcessRequest request = program("/bin/true", {});
     request.timeout = 30ms;
     std::optional<ProcessResult> result;
-    auto keep = [](Task<ProcessResult> task, std::optional<ProcessResult>& kept) -> Task<void> {
-        kept = co_await std::move(task);
-    };
     BackgroundTask task(loop, keep(runner.run(request), result));
     loop.context.poll_one();
     ::usleep(60'000);  // something else holds the loop
@@ -364,6 +392,23 @@ TEST_F(SystemProcessRunnerTest, cancellingEndsTheProgramAndLeavesNoZombie) {
     waitFor(task);
     EXPECT_TRUE(isCancelled(task));
     EXPECT_FALSE(exists(process));
+}
+
+TEST_F(SystemProcessRunnerTest, cancellingAProgramThatHasJustEndedIsNoWait) {
+    BackgroundTask other(loop, runToNowhere(program("/bin/sleep", {"100"})));
+    loop.context.poll_one();
+    BackgroundTask task(loop, runToNowhere(program("/bin/true", {})));
+    loop.context.poll_one();
+    siginfo_t ended{};
+    ASSERT_EQ(::waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT), 0);
+    task.cancel();
+    const auto begin = std::chrono::steady_clock::now();
+    while (!task.isDone && std::chrono::steady_clock::now() - begin < 3s)
+        loop.context.run_one_for(20ms);
+    EXPECT_TRUE(isCancelled(task));
+    EXPECT_FALSE(exists(ended.si_pid));
+    other.cancel();
+    waitFor(other);
 }
 
 TEST_F(SystemProcessRunnerTest, cancellingKillsAProgramThatIgnoresTheRequestToEnd) {

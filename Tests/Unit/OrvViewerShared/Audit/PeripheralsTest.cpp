@@ -175,6 +175,33 @@ TEST(PeripheralRecordsTest, areAtMostFiveHundred) {
     EXPECT_EQ(records.back()["name"], "device 499");
 }
 
+TEST(PeripheralRecordsTest, areTheSameWithoutWhatNoneIsMadeOf) {
+    // 62 of these make 496 records.
+    std::string buses = R"(null, {"_name": "bus", "_items": [{"_name": "hub", "_items": [1,
+        {"_name": "a"}, {"_name": "b"}, {"_name": "c"}, {"_name": "d"}, {"_items": [{}]}]}]})";
+    for (int i = 0; i < 7; ++i)
+        buses += "," + buses;
+    const std::string answer = R"({"SPPrintersDataType": [{"_name": "P"}],
+        "SPUSBDataType": [)" + buses +
+                               R"(], "SPDisplaysDataType": [)" + buses + "]}";
+    const Json shortened = parseJson(answer, untilRecordsAreFull());
+
+    EXPECT_EQ(shortened["SPUSBDataType"].size(), 2 * 63U);
+    EXPECT_EQ(shortened["SPDisplaysDataType"].size(), 2 * 128U);
+    EXPECT_EQ(peripheralRecords({shortened, nullptr}), recordsOf(answer));
+    EXPECT_EQ(recordsOf(answer).size(), 500U);
+}
+
+TEST_F(PeripheralsTest, keepsNoMoreOfAnAnswerThanFillsTheRecords) {
+    std::string devices = R"({"_name": "device"})";
+    for (int i = 0; i < 10; ++i)
+        devices += "," + devices;
+    // Repeated sections are rare; the last one counts, and it is counted anew.
+    tool(profiler, mainTypes, R"({"SPUSBDataType": [{}, {}], "SPUSBDataType": [)" + devices + "]}");
+    EXPECT_THAT(valuesOf(collected("15.0.0"), "name"),
+                testing::AllOf(testing::SizeIs(500), testing::Each("device")));
+}
+
 TEST(PeripheralRecordsTest, surviveDeepTrees) {
     std::string tree;
     for (int depth = 0; depth < 200; ++depth) {
