@@ -17,7 +17,7 @@ from test_content import APP, COMPANION, SUPPORT, version
 _REPOSITORY = Path(__file__).resolve().parents[2]
 _BUILD = Path(os.environ.get("ORV_MACOS_BUILD_DIR", _REPOSITORY / "build/macos"))
 _FILE = _BUILD / f"Wsparo-Brenvox-macOS-{version()}.pkg"
-_MEBIBYTE = 1024 * 1024
+_MEGABYTE = 1_000_000
 
 pytestmark = pytest.mark.skipif(not _FILE.exists(), reason="Packaging/macos/build has not been run")
 
@@ -46,8 +46,8 @@ def test_the_package_has_the_twins_layout(package: Package, twin: Package) -> No
 
 def test_programs_are_small(package: Package, programs: dict[str, bytes]) -> None:
     for name, content in programs.items():
-        assert len(content) <= 7 * _MEBIBYTE, name
-    assert package.file.stat().st_size <= 4 * _MEBIBYTE
+        assert len(content) <= 7 * _MEGABYTE, name
+    assert package.file.stat().st_size <= 4 * _MEGABYTE
 
 
 def test_programs_are_for_apple_silicon_and_hardened(programs: dict[str, bytes]) -> None:
