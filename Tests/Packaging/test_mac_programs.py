@@ -42,7 +42,8 @@ def test_the_package_has_the_twins_layout(package: Package, twin: Package) -> No
                 for path, listed in one.payload().items()}
 
     assert layout(package) == layout(twin)
-    assert package.member("Scripts") == twin.member("Scripts")
+    for script in ("/preinstall", "/postinstall"):
+        assert package.content(script, "Scripts") == twin.content(script, "Scripts")
 
 
 def test_programs_are_small(package: Package, programs: dict[str, bytes]) -> None:
