@@ -11,7 +11,7 @@ import time
 from orvbench.figures import Figure, Surroundings, Topic
 
 _ROOT = pathlib.Path(__file__).resolve().parents[2]
-_MEBIBYTE = 1024 * 1024
+_MEGABYTE = 1_000_000
 _PROGRAM_LIMIT, _PACKAGE_LIMIT = 7.0, 4.0
 _FIRST_CHECK_SECONDS, _NEXT_CHECK_SECONDS = 300.0, 90.0
 
@@ -25,9 +25,9 @@ def sizes() -> list[Figure]:
     largest = max(programs, key=lambda program: program.stat().st_size)
     package, = build.glob("*.pkg")
     return [
-        Figure("the largest program", largest.stat().st_size / _MEBIBYTE, _PROGRAM_LIMIT, "MiB",
+        Figure("the largest program", largest.stat().st_size / _MEGABYTE, _PROGRAM_LIMIT, "MB",
                why=", ".join(f"{one.name} {one.stat().st_size} B" for one in sorted(programs))),
-        Figure("the package", package.stat().st_size / _MEBIBYTE, _PACKAGE_LIMIT, "MiB",
+        Figure("the package", package.stat().st_size / _MEGABYTE, _PACKAGE_LIMIT, "MB",
                why=f"{package.name} {package.stat().st_size} B")]
 
 

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-import gzip
+import subprocess
 from typing import Iterable
 
 from .tree import Entry
@@ -17,7 +17,13 @@ def archive(entries: Iterable[Entry], time: int) -> bytes:
         fields = (0, number, entry.mode, 0, entry.group, 2 if entry.is_folder else 1, 0)
         parts.append(_member(entry.path, fields, time, entry.content))
     parts.append(_member("TRAILER!!!", (0, 0, 0, 0, 0, 1, 0), 0, b""))
-    return gzip.compress(b"".join(parts), compresslevel=9, mtime=0)
+    return _compressed(b"".join(parts))
+
+
+def _compressed(content: bytes) -> bytes:
+    """As gzip, smaller by some percent; without a name or time of its own."""
+    return subprocess.run(["libdeflate-gzip", "-12", "-c"], input=content, stdout=subprocess.PIPE,
+                          check=True).stdout
 
 
 def _member(path: str, fields: tuple[int, ...], time: int, content: bytes) -> bytes:

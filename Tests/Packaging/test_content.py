@@ -8,8 +8,6 @@ import stat
 import subprocess
 from pathlib import Path
 
-import pytest
-
 from package_reader import Listed, Package
 
 _REPOSITORY = Path(__file__).resolve().parents[2]
@@ -19,19 +17,16 @@ APP = "/Applications/Wsparo Brenvox.app"
 DAEMON_JOB = "/Library/LaunchDaemons/pl.brenvox.wsparo.daemon.plist"
 MENU_BAR_JOB = "/Library/LaunchAgents/pl.brenvox.wsparo.menubar.plist"
 
-FOLDERS = ("/Applications", APP, f"{APP}/Contents", f"{APP}/Contents/MacOS", "/Library",
-           "/Library/Application Support", SUPPORT, "/Library/LaunchAgents",
-           "/Library/LaunchDaemons", "/")
-PROGRAMS = (f"{APP}/Contents/MacOS/Wsparo Brenvox", f"{SUPPORT}/WsparoAgent",
-            f"{SUPPORT}/uninstall")
-FILES = (f"{APP}/Contents/Info.plist", DAEMON_JOB, MENU_BAR_JOB)
-
-# With the companion, when it is part of the build.
 COMPANION = f"{APP}/Contents/MacOS/wsparo"
 MANUAL = f"{APP}/Contents/Resources/man/man1/wsparo.1"
-COMPANION_FOLDERS = (f"{APP}/Contents/Resources", f"{APP}/Contents/Resources/man",
-                     f"{APP}/Contents/Resources/man/man1", "/usr", "/usr/local", "/usr/local/bin",
-                     "/usr/local/share", "/usr/local/share/man", "/usr/local/share/man/man1")
+
+FOLDERS = ("/", "/Applications", APP, f"{APP}/Contents", f"{APP}/Contents/MacOS", f"{APP}/Contents/Resources",
+           f"{APP}/Contents/Resources/man", f"{APP}/Contents/Resources/man/man1", "/Library",
+           "/Library/Application Support", SUPPORT, "/Library/LaunchAgents", "/Library/LaunchDaemons",
+           "/usr", "/usr/local", "/usr/local/bin", "/usr/local/share", "/usr/local/share/man",
+           "/usr/local/share/man/man1")
+PROGRAMS = (f"{APP}/Contents/MacOS/Wsparo Brenvox", COMPANION, f"{SUPPORT}/WsparoAgent", f"{SUPPORT}/uninstall")
+FILES = (f"{APP}/Contents/Info.plist", DAEMON_JOB, MENU_BAR_JOB, MANUAL)
 LINKS = {"/usr/local/bin/wsparo": COMPANION, "/usr/local/share/man/man1/wsparo.1": MANUAL}
 
 OF_ADMINISTRATORS = {"/Applications": 0o775, "/Library/Application Support": 0o755}
@@ -41,11 +36,6 @@ def version() -> str:
     found = re.search(r"project\(Wsparo VERSION (\S+)", (_REPOSITORY / "CMakeLists.txt").read_text())
     assert found
     return found[1]
-
-
-@pytest.fixture(scope="module")
-def has_companion(twin: Package) -> bool:
-    return COMPANION in twin.payload()
 
 
 def test_the_package_is_named_by_the_build(twin: Package) -> None:
@@ -59,11 +49,8 @@ def test_the_package_is_named_by_the_build(twin: Package) -> None:
     assert int(information.find("payload").get("numberOfFiles")) == len(twin.payload())
 
 
-def test_exactly_these_files_are_installed(twin: Package, has_companion: bool) -> None:
-    expected = {*FOLDERS, *PROGRAMS, *FILES}
-    if has_companion:
-        expected |= {*COMPANION_FOLDERS, COMPANION, MANUAL, *LINKS}
-    assert set(twin.payload()) == expected
+def test_exactly_these_files_are_installed(twin: Package) -> None:
+    assert set(twin.payload()) == {*FOLDERS, *PROGRAMS, *FILES, *LINKS}
 
 
 def test_everything_belongs_to_root_and_only_root_writes_it(twin: Package) -> None:
@@ -73,14 +60,13 @@ def test_everything_belongs_to_root_and_only_root_writes_it(twin: Package) -> No
         if listed.kind == "folder":
             assert listed.mode == OF_ADMINISTRATORS.get(path, 0o755), path
         elif listed.kind == "file":
-            is_program = path.startswith(f"{APP}/Contents/MacOS/") or path in PROGRAMS
-            assert listed.mode == (0o755 if is_program else 0o644), path
+            assert listed.mode == (0o755 if path in PROGRAMS else 0o644), path
 
 
-def test_the_companion_follows_the_application(twin: Package, has_companion: bool) -> None:
+def test_the_companion_follows_the_application(twin: Package) -> None:
     """What an update backs up and an uninstallation removes; the shell's folders only point at it."""
     links = {path for path, listed in twin.payload().items() if listed.kind == "link"}
-    assert links == (set(LINKS) if has_companion else set())
+    assert links == set(LINKS)
     billed = twin.bill_of_materials()
     for link in links:
         assert billed[link].target == LINKS[link]

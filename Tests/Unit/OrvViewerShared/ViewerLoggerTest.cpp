@@ -77,6 +77,20 @@ TEST_F(ViewerLoggerTest, aFileThatSomebodyElseFilledIsEmptied) {
     EXPECT_EQ(content(standardFile), "2026-03-01T09:15:02Z [INFO] y\n");
 }
 
+TEST_F(ViewerLoggerTest, whoeverTakesTheFileAwayKeepsItsLines) {
+    logger.info("kept");
+    std::filesystem::rename(standardFile, standardFile + ".0");
+    logger.info("goes on");
+    EXPECT_EQ(content(standardFile + ".0"), "2026-03-01T09:15:02Z [INFO] kept\n");
+    EXPECT_EQ(content(standardFile), "2026-03-01T09:15:02Z [INFO] goes on\n");
+
+    // newsyslog puts an empty file there itself.
+    std::filesystem::rename(standardFile, standardFile + ".1");
+    std::ofstream(standardFile).close();
+    logger.info("again");
+    EXPECT_EQ(content(standardFile), "2026-03-01T09:15:02Z [INFO] again\n");
+}
+
 TEST_F(ViewerLoggerTest, aLineOverTheLimitStandsAlone) {
     logger.info("first");
     logger.info(std::string(limit, 'x'));
