@@ -18,27 +18,48 @@ SECONDS = 600
 WARM_UP_SECONDS = 60
 FAULT_EVERY_SECONDS = 3
 MIB_GAINED = 2.0
+FALLS_SILENT = "pause_reading"
 REQUEST_FAULTS = (("status", {"status": 503}), ("status", {"status": 404}), ("delay", {"seconds": 1}),
                   ("drop", {}), ("reset", {}), ("truncate", {}), ("garbage", {}))
 SOCKET_FAULTS = (("drop", {}), ("reset", {}), ("close", {"code": 1000}), ("close", {"code": 1012}),
-                 ("send_text", {"text": "{"}), ("send_raw", {"base64": "/////w=="}))
+                 ("send_text", {"text": "{"}), ("send_raw", {"base64": "/////w=="}),
+                 (FALLS_SILENT, {}))
 
 
-def cause_a_fault(admin: HelpdeskClient, chance: random.Random, uid: str) -> str:
-    open_sockets = [s for s in admin.sockets("control", uid) if s["open"]]
-    if open_sockets and chance.random() < 0.4:
-        action, details = chance.choice(SOCKET_FAULTS)
-        admin.socket_action(open_sockets[-1]["id"], action, **details)
-        return f"socket {action}"
-    kind, details = chance.choice(REQUEST_FAULTS)
-    admin.fail("*", kind, count=chance.randint(1, 3), **details)
-    admin.queue_command(uid, "shell", {"command": "echo still there"})
-    return f"request {kind}"
+class Troublemaker:
+    """Causes a fault at a time. A connection that fell silent is left alone: the agent has to notice
+    it by itself."""
+
+    def __init__(self, admin: HelpdeskClient, uid: str) -> None:
+        self.admin = admin
+        self.uid = uid
+        self.silent: set[int] = set()
+        self._chance = random.Random(20)
+
+    def cause_a_fault(self) -> None:
+        sockets = self._open_sockets()
+        talking = [identifier for identifier in sockets if identifier not in self.silent]
+        if talking and self._chance.random() < 0.4:
+            action, details = self._chance.choice(SOCKET_FAULTS)
+            self.admin.socket_action(talking[-1], action, **details)
+            if action == FALLS_SILENT:
+                self.silent.add(talking[-1])
+            return
+        kind, details = self._chance.choice(REQUEST_FAULTS)
+        self.admin.fail("*", kind, count=self._chance.randint(1, 3), **details)
+        self.admin.queue_command(self.uid, "shell", {"command": "echo still there"})
+
+    def stop(self) -> None:
+        self.admin.clear_faults()
+        for identifier in self.silent.intersection(self._open_sockets()):
+            self.admin.socket_action(identifier, "drop")
+
+    def _open_sockets(self) -> list[int]:
+        return [s["id"] for s in self.admin.sockets("control", self.uid) if s["open"]]
 
 
 def quiet_state(admin: HelpdeskClient, agent: AgentProcess, uid: str) -> tuple[int, int, float]:
     """Descriptors, threads and memory once nothing is under way."""
-    admin.clear_faults()
     admin.wait_until_connected(uid, timeout=120)
     admin.run_command(uid, "shell", {"command": "echo hi"}, timeout=60)
     time.sleep(8)  # connections that servers left half-open are noticed by then
@@ -46,23 +67,26 @@ def quiet_state(admin: HelpdeskClient, agent: AgentProcess, uid: str) -> tuple[i
             process_facts.resident(agent.pid))
 
 
-def soak(desk: HelpdeskProcess, agent: AgentProcess) -> tuple[list, list, int]:
-    chance = random.Random(20)
+def soak(desk: HelpdeskProcess, agent: AgentProcess) -> tuple[tuple, tuple, str]:
+    """The quiet state before and after, and what happened in between."""
     with desk.client() as admin:
         uid = admin.wait_until_connected(timeout=60)["uid"]
+        trouble = Troublemaker(admin, uid)
 
         def faults_for(seconds: float) -> int:
             end, count = time.monotonic() + seconds, 0
             while time.monotonic() < end:
-                cause_a_fault(admin, chance, uid)
+                trouble.cause_a_fault()
                 count += 1
                 time.sleep(FAULT_EVERY_SECONDS)
+            trouble.stop()
             return count
 
         faults_for(WARM_UP_SECONDS)
         before = quiet_state(admin, agent, uid)
-        count = faults_for(SECONDS)
-        return list(before), list(quiet_state(admin, agent, uid)), count
+        trouble.silent.clear()
+        happened = f"{faults_for(SECONDS)} faults in {SECONDS} s, {len(trouble.silent)} of them silence"
+        return before, quiet_state(admin, agent, uid), happened
 
 
 async def measure(surroundings: Surroundings) -> list[Figure]:
@@ -73,11 +97,11 @@ async def measure(surroundings: Surroundings) -> list[Figure]:
                            chatPollIntervalSeconds=1, controlReconnectMaxSeconds=5)
         agent = AgentProcess(mac, desk.ca_file)
         try:
-            before, after, count = await asyncio.to_thread(soak, desk, agent)
+            before, after, happened = await asyncio.to_thread(soak, desk, agent)
         finally:
             agent.kill()
-    why = f"{count} faults in {SECONDS} s; connected at the end"
-    return [Figure("descriptors gained", after[0] - before[0], 0, why=why),
+    return [Figure("descriptors gained", after[0] - before[0], 0,
+                   why=f"{happened}; connected at the end"),
             Figure("threads gained", after[1] - before[1], 0),
             Figure("resident memory gained", after[2] - before[2], MIB_GAINED, "MiB",
                    why=f"from {before[2]:.1f} MiB after {WARM_UP_SECONDS} s of the same")]
