@@ -12,11 +12,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "OrvPlatform/Cancellation.h"
 #include "OrvPlatform/FileDescriptor.h"
-#include "OrvPlatform/SystemProcessRunner.h"
+#include "Support/ProcessRunnerFixture.h"
 #include "Support/TemporaryDirectory.h"
-#include "Support/TestLoop.h"
 
 namespace orv {
 namespace {
@@ -27,19 +25,12 @@ using testing::Ge;
 using testing::HasSubstr;
 using testing::Lt;
 
-constexpr std::chrono::nanoseconds grace = 40ms;
-constexpr std::chrono::nanoseconds drain = 60ms;
-
 std::size_t openDescriptors() {
     std::size_t count = 0;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
         count += entry.exists() || entry.is_symlink() ? 1 : 0;
     }
     return count;
-}
-
-bool exists(pid_t process) {
-    return ::kill(process, 0) == 0;  // also true for a zombie
 }
 
 /// A set of signals in the system's description of a process.
@@ -49,60 +40,7 @@ std::uint64_t signalsUnder(const std::string& key, const std::string& status) {
     return std::stoull(status.substr(found + key.size(), 16), nullptr, 16);
 }
 
-class SystemProcessRunnerTest : public testing::Test {
-protected:
-    ProcessRequest program(std::string executable, std::vector<std::string> arguments) {
-        ProcessRequest request;
-        request.executable = std::move(executable);
-        request.arguments = std::move(arguments);
-        request.onStandardOutput = [this](std::string_view bytes) { output += bytes; };
-        request.onStandardError = [this](std::string_view bytes) { errors += bytes; };
-        return request;
-    }
-
-    ProcessRequest script(std::string text) { return program("/bin/sh", {"-c", std::move(text)}); }
-
-    ProcessResult run(ProcessRequest request) { return loop.run(runner.run(std::move(request))); }
-
-    std::string launchErrorOf(ProcessRequest request) {
-        try {
-            run(std::move(request));
-        } catch (const LaunchError& error) {
-            return error.what();
-        }
-        return "It ran.";
-    }
-
-    Task<void> runToNowhere(ProcessRequest request) { co_await runner.run(std::move(request)); }
-
-    static Task<void> keep(Task<ProcessResult> task, std::optional<ProcessResult>& kept) {
-        kept = co_await std::move(task);
-    }
-
-    void waitForOutput() {
-        while (output.empty())
-            loop.context.run_one_for(20ms);
-    }
-
-    void waitFor(const BackgroundTask& task) {
-        while (!task.isDone)
-            loop.context.run_one_for(20ms);
-    }
-
-    static bool isCancelled(const BackgroundTask& task) {
-        try {
-            if (task.error) std::rethrow_exception(task.error);
-        } catch (const std::exception& error) {
-            return isCancellation(error);
-        }
-        return false;
-    }
-
-    TestLoop loop;
-    SystemProcessRunner runner{loop.executor(), {grace, drain}};
-    std::string output;
-    std::string errors;
-};
+using SystemProcessRunnerTest = ProcessRunnerFixture;
 
 TEST_F(SystemProcessRunnerTest, readsBothStreamsWhileTheyFill) {
     const std::size_t size = 5 << 20;
@@ -381,96 +319,6 @@ TEST_F(SystemProcessRunnerTest, runsAlsoWhenTheWorkingDirectoryIsGone) {
     std::filesystem::current_path(before);
     EXPECT_EQ(result.end, ProcessEnd(Exited{0}));
     EXPECT_EQ(output, "still here\n");
-}
-
-TEST_F(SystemProcessRunnerTest, cancellingEndsTheProgramAndLeavesNoZombie) {
-    BackgroundTask task(loop, runToNowhere(script("echo $$; exec sleep 100")));
-    waitForOutput();
-    const pid_t process = std::stoi(output);
-    ASSERT_TRUE(exists(process));
-    task.cancel();
-    waitFor(task);
-    EXPECT_TRUE(isCancelled(task));
-    EXPECT_FALSE(exists(process));
-}
-
-TEST_F(SystemProcessRunnerTest, cancellingAProgramThatHasJustEndedIsNoWait) {
-    BackgroundTask other(loop, runToNowhere(program("/bin/sleep", {"100"})));
-    loop.context.poll_one();
-    BackgroundTask task(loop, runToNowhere(program("/bin/true", {})));
-    loop.context.poll_one();
-    siginfo_t ended{};
-    ASSERT_EQ(::waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT), 0);
-    task.cancel();
-    const auto begin = std::chrono::steady_clock::now();
-    while (!task.isDone && std::chrono::steady_clock::now() - begin < 3s)
-        loop.context.run_one_for(20ms);
-    EXPECT_TRUE(isCancelled(task));
-    EXPECT_FALSE(exists(ended.si_pid));
-    other.cancel();
-    waitFor(other);
-}
-
-TEST_F(SystemProcessRunnerTest, cancellingKillsAProgramThatIgnoresTheRequestToEnd) {
-    BackgroundTask task(loop, runToNowhere(script("trap '' TERM; echo $$; exec sleep 100")));
-    waitForOutput();
-    const auto begin = std::chrono::steady_clock::now();
-    task.cancel();
-    waitFor(task);
-    EXPECT_TRUE(isCancelled(task));
-    EXPECT_FALSE(exists(std::stoi(output)));
-    EXPECT_THAT(std::chrono::steady_clock::now() - begin, AllOf(Ge(grace), Lt(5s)));
-}
-
-TEST_F(SystemProcessRunnerTest, cancellingDoesNotWaitForBackgroundChildren) {
-    BackgroundTask task(loop, runToNowhere(script("sleep 100 & echo $$ $!")));
-    waitForOutput();
-    const pid_t process = std::stoi(output);
-    const pid_t background = std::stoi(output.substr(output.find(' ')));
-    while (exists(process))
-        loop.context.run_one_for(20ms);
-    ASSERT_FALSE(task.isDone);
-    task.cancel();
-    waitFor(task);
-    EXPECT_TRUE(isCancelled(task));
-    EXPECT_TRUE(exists(background));
-    ::kill(background, SIGKILL);
-}
-
-TEST_F(SystemProcessRunnerTest, aCancelledProgramsBackgroundChildrenHoldNobody) {
-    BackgroundTask task(loop, runToNowhere(script("sleep 100 & echo $!; exec sleep 100")));
-    waitForOutput();
-    const pid_t background = std::stoi(output);
-    task.cancel();
-    waitFor(task);
-    EXPECT_TRUE(isCancelled(task));
-    ::kill(background, SIGKILL);
-}
-
-TEST_F(SystemProcessRunnerTest, whatASinkThrowsEndsTheProgramAndTheCall) {
-    ProcessRequest request = script("echo $$; exec sleep 100");
-    request.onStandardOutput = [this](std::string_view bytes) {
-        output += bytes;
-        throw std::length_error("no more room");
-    };
-    EXPECT_THROW(run(request), std::length_error);
-    EXPECT_FALSE(exists(std::stoi(output)));
-}
-
-TEST_F(SystemProcessRunnerTest, aLoopThatGoesAwayTakesItsProgramsAlong) {
-    pid_t process = 0;
-    {
-        TestLoop other;
-        SystemProcessRunner shortLived(other.executor());
-        ProcessRequest request = script("echo $$; exec sleep 100");
-        auto discard = [](Task<ProcessResult> task) -> Task<void> { co_await std::move(task); };
-        BackgroundTask task(other, discard(shortLived.run(request)));
-        while (output.empty())
-            other.context.run_one_for(20ms);
-        process = std::stoi(output);
-        ASSERT_TRUE(exists(process));
-    }
-    EXPECT_FALSE(exists(process));
 }
 
 TEST_F(SystemProcessRunnerTest, theLoopHasNothingToDoAfterTheLastProgram) {
