@@ -124,7 +124,9 @@ def _copy_tools(root: pathlib.Path) -> None:
     shutil.copytree(_HERE / "lib", root / ".sample/lib")
     # Compiled once for all sample Macs: each launchctl would otherwise do it again.
     compileall.compile_dir(_HERE / "launchd", quiet=2)
-    shutil.copytree(_HERE / "launchd", root / ".sample/lib/launchd")
+    # Another test's compilation beside this one writes under such a name at first.
+    half_written = shutil.ignore_patterns("*.pyc.*")
+    shutil.copytree(_HERE / "launchd", root / ".sample/lib/launchd", ignore=half_written)
     _link_launch_services(root)
     programs = [os.path.relpath(os.path.join(folder, name), root)
                 for place in ("bin", "sbin", "usr")
