@@ -174,7 +174,8 @@ async def _serve_slowly(
     sent = 0
     while sent < len(content) and not stopping.is_set():
         rate = store.rate(number)
-        piece = content[sent : sent + max(rate // 10, 1)] if rate else content[sent:]
+        size = max(min(rate // 10, PIECE_BYTES), 1) if rate else len(content)
+        piece = content[sent : sent + size]
         await response.write(piece)
         sent += len(piece)
         if rate:
