@@ -104,9 +104,11 @@ def device_uid(mac: SampleMac) -> str:
 @pytest.fixture(scope="module")
 def device(tmp_path_factory: pytest.TempPathFactory, desk: HelpdeskProcess,
            request: pytest.FixtureRequest) -> Iterator[Device]:
-    """One Mac for all tests of a file, connected; it ends properly after the last of them."""
+    """One Mac for all tests of a file, connected; it ends properly after the last of them. Nothing
+    but a wake-up makes it fetch commands, however long a test takes."""
     name = request.node.nodeid
-    shared = Device(tmp_path_factory.mktemp("device") / "mac", name, desk)
+    shared = Device(tmp_path_factory.mktemp("device") / "mac", name, desk,
+                    commandPollIntervalSeconds=3600)
     try:
         with desk.client() as client:
             client.wait_until_connected(shared.uid)
