@@ -23,8 +23,15 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(OrvCompilerSettings INTERFACE -Wshadow=local)
     # g++ 12 reports variables of coroutine frames as maybe uninitialised, and dangling
     # pointers inside the standard library's own headers, where there are none.
-    target_compile_options(OrvCompilerSettings INTERFACE -Wno-maybe-uninitialized -Wno-dangling-pointer)
-else()
+    # and, once two coroutines share an inlined frame allocator, calls of the wrong deallocator.
+    target_compile_options(OrvCompilerSettings INTERFACE
+        -Wno-maybe-uninitialized -Wno-dangling-pointer -Wno-mismatched-new-delete)
+    if(CMAKE_UNITY_BUILD)
+        # In sources that are compiled together, every unnamed namespace seems to come from a header.
+        target_compile_options(OrvCompilerSettings INTERFACE -Wno-subobject-linkage)
+    endif()
+elseif(NOT CMAKE_UNITY_BUILD)
+    # Compiled together, one source's locals would hide its neighbour's constants.
     target_compile_options(OrvCompilerSettings INTERFACE -Wshadow)
 endif()
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")

@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include "OrvPlatform/CurlFailure.h"
+#include "OrvPlatform/Text.h"
 
 namespace orv {
 
@@ -22,8 +23,7 @@ constexpr curl_off_t maximumReservedBytes = 32 * 1024 * 1024;
 bool isToken(std::string_view text) {
     constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
     return !text.empty() && std::all_of(text.begin(), text.end(), [&](char c) {
-        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-               marks.find(c) != std::string_view::npos;
+        return isAsciiDigit(c) || isAsciiLetter(c) || marks.find(c) != std::string_view::npos;
     });
 }
 

@@ -26,6 +26,16 @@ constexpr bool isAscii(char byte) {
     return static_cast<unsigned char>(byte) < 0x80;
 }
 
+/// Whatever the locale.
+constexpr bool isAsciiDigit(char byte) {
+    return byte >= '0' && byte <= '9';
+}
+
+/// Whatever the locale.
+constexpr bool isAsciiLetter(char byte) {
+    return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
+}
+
 bool isValidUtf8(std::string_view text);
 
 /// The text with every invalid byte replaced by U+FFFD.

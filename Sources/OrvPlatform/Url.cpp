@@ -7,6 +7,8 @@
 
 #include <fmt/format.h>
 
+#include "OrvPlatform/Text.h"
+
 // Not libcurl's parser: it decodes, lower-cases and normalises hosts, forgets an empty query and
 // refuses URLs without a host, while the agent sends on, compares and shows what was written.
 
@@ -14,20 +16,8 @@ namespace orv {
 
 namespace {
 
-bool isLetter(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 bool isHexDigit(char c) {
-    return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
-
-bool isBeyondAscii(char c) {
-    return static_cast<unsigned char>(c) >= 0x80;
+    return isAsciiDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
 }
 
 bool isOneOf(char c, std::string_view set) {
@@ -47,8 +37,8 @@ bool consistsOf(std::string_view text, std::string_view more) {
                 return false;
             }
             i += 2;
-        } else if (!isLetter(c) && !isDigit(c) && !isOneOf(c, unreservedMarks) &&
-                   !isOneOf(c, subDelimiters) && !isBeyondAscii(c) && !isOneOf(c, more)) {
+        } else if (!isAsciiLetter(c) && !isAsciiDigit(c) && !isOneOf(c, unreservedMarks) &&
+                   !isOneOf(c, subDelimiters) && isAscii(c) && !isOneOf(c, more)) {
             return false;
         }
     }
@@ -56,9 +46,10 @@ bool consistsOf(std::string_view text, std::string_view more) {
 }
 
 bool isScheme(std::string_view text) {
-    return !text.empty() && isLetter(text.front()) &&
-           std::all_of(text.begin(), text.end(),
-                       [](char c) { return isLetter(c) || isDigit(c) || isOneOf(c, "+-."); });
+    return !text.empty() && isAsciiLetter(text.front()) &&
+           std::all_of(text.begin(), text.end(), [](char c) {
+               return isAsciiLetter(c) || isAsciiDigit(c) || isOneOf(c, "+-.");
+           });
 }
 
 /// With or without a zone ("fe80::1%25en0").
@@ -122,7 +113,7 @@ std::string percentEncoded(std::string_view text, std::string_view kept) {
     std::string result;
     result.reserve(text.size());
     for (const char c : text) {
-        if (isLetter(c) || isDigit(c) || isOneOf(c, kept)) {
+        if (isAsciiLetter(c) || isAsciiDigit(c) || isOneOf(c, kept)) {
             result.push_back(c);
         } else {
             result += fmt::format("%{:02X}", static_cast<unsigned char>(c));

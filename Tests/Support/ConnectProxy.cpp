@@ -4,6 +4,7 @@
 #include <utility>
 
 #include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/asio/write.hpp>
@@ -23,9 +24,6 @@ using asio::ip::tcp;
 namespace {
 
 using SharedSocket = std::shared_ptr<tcp::socket>;
-
-void ignoreEnd(std::exception_ptr) {
-}
 
 Task<void> pump(SharedSocket from, SharedSocket to) {
     std::array<char, 16384> bytes{};
@@ -63,7 +61,7 @@ Task<void> ConnectProxy::State::accept(std::shared_ptr<State> proxy) {
         tcp::socket socket = co_await proxy->acceptor.async_accept(asio::use_awaitable);
         socket.set_option(tcp::no_delay(true));
         auto client = std::make_shared<tcp::socket>(std::move(socket));
-        asio::co_spawn(proxy->acceptor.get_executor(), serve(proxy, client), ignoreEnd);
+        asio::co_spawn(proxy->acceptor.get_executor(), serve(proxy, client), asio::detached);
     }
 }
 
@@ -88,12 +86,12 @@ Task<void> ConnectProxy::State::serve(std::shared_ptr<State> proxy, SharedSocket
                                  static_cast<std::uint16_t>(port));
     co_await server->async_connect(endpoint, asio::use_awaitable);
     server->set_option(tcp::no_delay(true));
-    asio::co_spawn(client->get_executor(), pump(client, server), ignoreEnd);
-    asio::co_spawn(client->get_executor(), pump(server, client), ignoreEnd);
+    asio::co_spawn(client->get_executor(), pump(client, server), asio::detached);
+    asio::co_spawn(client->get_executor(), pump(server, client), asio::detached);
 }
 
 ConnectProxy::ConnectProxy(asio::io_context& context) : state(std::make_shared<State>(context)) {
-    asio::co_spawn(context, State::accept(state), ignoreEnd);
+    asio::co_spawn(context, State::accept(state), asio::detached);
 }
 
 ConnectProxy::~ConnectProxy() {

@@ -76,14 +76,24 @@ class Tidied:
 
     def build(self, sources: dict[str, str]) -> None:
         """Compiles these from now on."""
+        self.compile([write(self.project / f"Sources/{name}.cpp", text)
+                      for name, text in sources.items()])
+
+    def build_together(self, sources: dict[str, str]) -> None:
+        """Compiles these from now on, as CMake does for a unity build."""
+        files = [write(self.project / f"Sources/{name}.cpp", text) for name, text in sources.items()]
+        self.compile([write(self.project / "build/Unity/unity_0_cxx.cxx",
+                            "".join(f'#include "{file}"\n' for file in files))])
+
+    def compile(self, files: list[Path]) -> None:
         build, commands = self.project / "build", []
         ninja = "rule c\n  command = clang++-19 -std=c++20 -MD -MF $out.d -o $out -c $in\n" \
             "  depfile = $out.d\n  deps = gcc\n"
-        for name, text in sources.items():
-            source = write(self.project / f"Sources/{name}.cpp", text)
-            command = f"clang++-19 -std=c++20 -MD -MF {name}.o.d -o {name}.o -c {source}"
-            commands.append({"directory": str(build), "file": str(source), "command": command})
-            ninja += f"build {name}.o: c {source}\n"
+        for file in files:
+            name = file.stem
+            command = f"clang++-19 -std=c++20 -MD -MF {name}.o.d -o {name}.o -c {file}"
+            commands.append({"directory": str(build), "file": str(file), "command": command})
+            ninja += f"build {name}.o: c {file}\n"
         write(build / "compile_commands.json", json.dumps(commands))
         write(build / "build.ninja", ninja)
         subprocess.run(["ninja", "-C", build], check=True, capture_output=True)
@@ -144,6 +154,21 @@ def test_tidy_checks_one_by_one_what_has_names_in_common(tidied: Tidied):
     tidied.build({**MANY, **common})
     assert tidied.tidy().stdout == "tidy: 12 sources, 12 checked, 0 findings\n"
     assert tidied.tidy().stdout == "tidy: 12 sources, 0 checked, 0 findings\n"
+
+
+def test_tidy_knows_the_sources_of_a_unity_build(tidied: Tidied):
+    sources = {"One": '#include "One.h"\n\nint one() {\n    return 1;\n}\n',
+               "Two": "int two() {\n    return 2;\n}\n"}
+    tidied.build_together(sources)
+    assert tidied.tidy().stdout == "tidy: 2 sources, 2 checked, 0 findings\n"
+    assert tidied.tidy().stdout == "tidy: 2 sources, 0 checked, 0 findings\n"
+
+    write(tidied.project / "Sources/Two.cpp", "int Bad() {\n    return 2;\n}\n")
+    failed = tidied.tidy()
+
+    assert failed.returncode == 1
+    assert f"{tidied.project}/Sources/Two.cpp:1:5: error: invalid case style" in failed.stdout
+    assert failed.stdout.endswith("tidy: 2 sources, 1 checked, 1 findings\n")
 
 
 def test_tidy_blames_the_source_among_many(tidied: Tidied):

@@ -62,18 +62,13 @@ bool beginsWithIgnoringCase(std::string_view text, std::string_view asciiPrefix)
            equalsIgnoringCase(text.substr(0, asciiPrefix.size()), asciiPrefix);
 }
 
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 /// Letters and digits; every byte beyond ASCII counts as part of a letter.
 bool isWordByte(char c) {
-    return isDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-           static_cast<unsigned char>(c) >= 0x80;
+    return isAsciiDigit(c) || isAsciiLetter(c) || !isAscii(c);
 }
 
 std::size_t digitsAt(std::string_view text) {
-    return static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isDigit) -
+    return static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isAsciiDigit) -
                                     text.begin());
 }
 

@@ -14,10 +14,6 @@ namespace orv {
 
 namespace {
 
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 std::string_view withoutLeadingBlanks(std::string_view text) {
     while (text.starts_with(' ') || text.starts_with('\t'))
         text.remove_prefix(1);
@@ -30,7 +26,7 @@ std::optional<std::int64_t> firstMatchInteger(std::string_view text, std::string
     const std::size_t found = text.find(label);
     if (found == std::string_view::npos) return std::nullopt;
     text.remove_prefix(found + label.size());
-    const auto* begin = std::find_if(text.data(), text.data() + text.size(), isDigit);
+    const auto* begin = std::find_if(text.data(), text.data() + text.size(), isAsciiDigit);
     std::int64_t number = 0;
     const auto [end, error] = std::from_chars(begin, text.data() + text.size(), number);
     if (end == begin || error != std::errc()) return std::nullopt;

@@ -1,12 +1,12 @@
-"""launchctl's side of the conversation: one request and one answer, each a line of JSON.
+"""launchctl's side of the conversation: one request and one answer, each a marshalled object.
 
 The supervisor is started when nobody answers, and asked again when it ended between two requests.
 """
 
+import _socket  # the socket module, like json, takes longer to load than everything else here
 import fcntl
-import json
+import marshal
 import os
-import socket
 import sys
 
 _ATTEMPTS = 20
@@ -22,7 +22,7 @@ def main(sample: str, arguments: list[str]) -> int:
     here = os.getcwd()
     if arguments[0] == "teardown" and not os.path.exists(os.path.join(folder, "socket")):
         return 0
-    request = json.dumps({"arguments": arguments, "folder": here}) + "\n"
+    request = marshal.dumps({"arguments": arguments, "folder": here})
     # A socket's path must be short, so it is reached from its own folder.
     os.chdir(folder)
     for _ in range(_ATTEMPTS):
@@ -33,21 +33,31 @@ def main(sample: str, arguments: list[str]) -> int:
     else:
         print("launchctl: the supervisor does not answer", file=sys.stderr)
         return 1
-    reply = json.loads(answer)
+    reply = marshal.loads(answer)
     sys.stdout.write(reply["output"])
     sys.stderr.write(reply["error"])
     return reply["code"]
 
 
-def _ask(request: str) -> str:
+def _ask(request: bytes) -> bytes:
     """The answer, empty when nobody is there (any more) to give one."""
-    with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as connection:
-        try:
-            connection.connect("socket")
-            connection.sendall(request.encode())
-            return connection.makefile(encoding="utf-8").readline()
-        except (FileNotFoundError, ConnectionError):
-            return ""
+    connection = _unix_socket()
+    answer = b""
+    try:
+        connection.connect("socket")
+        connection.sendall(request)
+        connection.shutdown(_socket.SHUT_WR)
+        while part := connection.recv(65536):
+            answer += part
+    except (FileNotFoundError, ConnectionError):
+        return b""
+    finally:
+        connection.close()
+    return answer
+
+
+def _unix_socket() -> _socket.socket:
+    return _socket.socket(_socket.AF_UNIX, _socket.SOCK_STREAM)
 
 
 def _start(sample: str) -> None:
@@ -55,9 +65,11 @@ def _start(sample: str) -> None:
 
     with open("start.lock", "a", encoding="utf-8") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
-        with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as probe:
-            if probe.connect_ex("socket") == 0:
-                return
+        probe = _unix_socket()
+        answered = probe.connect_ex("socket") == 0
+        probe.close()
+        if answered:
+            return
         listening, ready = os.pipe()
         with open("supervisor.log", "ab") as log:
             # Its own session: it must outlive whoever needed it first.

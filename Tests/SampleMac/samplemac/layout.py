@@ -1,12 +1,16 @@
 """The folders of a sample Mac, its tools and the machine's own programs below its paths."""
 
+import atexit
 import compileall
 import datetime
+import functools
 import os
 import pathlib
 import plistlib
 import shutil
+import subprocess
 import sys
+import tempfile
 import time
 
 from launchd.text import Description
@@ -49,6 +53,21 @@ def build(root: pathlib.Path, mac: variants.Variant) -> None:
     root.mkdir(parents=True, exist_ok=True)
     if any(root.iterdir()):
         raise FileExistsError(f"{root} is not empty")
+    subprocess.run(["cp", "-a", f"{_template(mac.name)}/.", root], check=True)
+
+
+@functools.cache
+def _template(variant: str) -> pathlib.Path:
+    """Copying a sample Mac takes a quarter of the time that making it takes, and tests want many."""
+    folder = tempfile.mkdtemp(prefix="sample-mac-")
+    atexit.register(shutil.rmtree, folder, ignore_errors=True)
+    root = pathlib.Path(folder, "template")
+    root.mkdir()
+    _make(root, variants.VARIANTS[variant])
+    return root
+
+
+def _make(root: pathlib.Path, mac: variants.Variant) -> None:
     _make_folders(root)
     _link_programs(root)
     _copy_tools(root)

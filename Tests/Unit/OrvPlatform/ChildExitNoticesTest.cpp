@@ -8,19 +8,13 @@
 
 #include "OrvPlatform/ChildExitNotices.h"
 #include "OrvPlatform/ChildProcess.h"
+#include "Support/ShellRequest.h"
 #include "Support/TestLoop.h"
 
 namespace orv {
 namespace {
 
 using namespace std::chrono_literals;
-
-ProcessRequest script(const std::string& text) {
-    ProcessRequest request;
-    request.executable = "/bin/sh";
-    request.arguments = {"-c", text};
-    return request;
-}
 
 /// Leaves it to be waited for.
 void waitUntilEnded(const ChildProcess& child) {
@@ -50,8 +44,8 @@ protected:
 
 // With hundreds of programs at a time, a look at all of them at every end is most of the work.
 TEST_F(ChildExitNoticesTest, onlyTheOwnerOfAnEndedChildIsTold) {
-    ChildProcess lasting(script("exec sleep 100"));
-    ChildProcess brief(script("exit 0"));
+    ChildProcess lasting(shellRequest("exec sleep 100"));
+    ChildProcess brief(shellRequest("exit 0"));
     int noticesOfLasting = 0;
     int noticesOfBrief = 0;
     follow(lasting, noticesOfLasting);
@@ -69,8 +63,8 @@ TEST_F(ChildExitNoticesTest, oneSignalMayStandForSeveralEnds) {
     sigemptyset(&blocked);
     sigaddset(&blocked, SIGCHLD);
     ::pthread_sigmask(SIG_BLOCK, &blocked, &before);
-    ChildProcess first(script("exit 1"));
-    ChildProcess second(script("exit 2"));
+    ChildProcess first(shellRequest("exit 1"));
+    ChildProcess second(shellRequest("exit 2"));
     waitUntilEnded(first);
     waitUntilEnded(second);
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);

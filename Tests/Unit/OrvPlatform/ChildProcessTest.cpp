@@ -7,16 +7,10 @@
 #include <gtest/gtest.h>
 
 #include "OrvPlatform/ChildProcess.h"
+#include "Support/ShellRequest.h"
 
 namespace orv {
 namespace {
-
-ProcessRequest script(const std::string& text) {
-    ProcessRequest request;
-    request.executable = "/bin/sh";
-    request.arguments = {"-c", text};
-    return request;
-}
 
 /// The tests below wait for nothing but a program that is about to end.
 ProcessEnd endOf(ChildProcess& child) {
@@ -27,7 +21,7 @@ ProcessEnd endOf(ChildProcess& child) {
 }
 
 TEST(ChildProcessTest, hasNoEndWhileItRunsAndTheSameOneEverAfter) {
-    ChildProcess child(script("exec sleep 100"));
+    ChildProcess child(shellRequest("exec sleep 100"));
     EXPECT_EQ(child.end(), std::nullopt);
     child.signal(SIGTERM);
     EXPECT_EQ(endOf(child), ProcessEnd(Signalled{SIGTERM}));
@@ -37,7 +31,7 @@ TEST(ChildProcessTest, hasNoEndWhileItRunsAndTheSameOneEverAfter) {
 }
 
 TEST(ChildProcessTest, isGoneWhenItsOwnerIs) {
-    auto child = std::make_unique<ChildProcess>(script("trap '' TERM; exec sleep 100"));
+    auto child = std::make_unique<ChildProcess>(shellRequest("trap '' TERM; exec sleep 100"));
     const pid_t process = child->id();
     EXPECT_EQ(::kill(process, 0), 0);
     child.reset();
@@ -45,7 +39,7 @@ TEST(ChildProcessTest, isGoneWhenItsOwnerIs) {
 }
 
 TEST(ChildProcessTest, handsOutNonBlockingPipesForTheOutputsThatAreWanted) {
-    ProcessRequest request = script("exec sleep 100");
+    ProcessRequest request = shellRequest("exec sleep 100");
     request.onStandardError = [](std::string_view) {};
     ChildProcess child(request);
     EXPECT_FALSE(child.takeStandardOutput().isOpen());
@@ -57,7 +51,7 @@ TEST(ChildProcessTest, handsOutNonBlockingPipesForTheOutputsThatAreWanted) {
 }
 
 TEST(ChildProcessTest, aPipeEndsWithItsProgram) {
-    ProcessRequest request = script("printf x");
+    ProcessRequest request = shellRequest("printf x");
     request.onStandardOutput = [](std::string_view) {};
     ChildProcess child(request);
     EXPECT_EQ(endOf(child), ProcessEnd(Exited{0}));

@@ -9,19 +9,11 @@
 #include <gtest/gtest.h>
 
 #include "OrvPlatform/File.h"
+#include "Support/FileFacts.h"
 #include "Support/TemporaryDirectory.h"
 
 namespace orv {
 namespace {
-
-/// Each name with a blank behind it.
-std::string namesIn(const std::string& folder) {
-    std::string names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        names += entry.path().filename().string() + " ";
-    }
-    return names;
-}
 
 enum class FullDiskOutcome { asPromised = 0, mountNotAllowed = 77, broken = 1 };
 
@@ -41,7 +33,8 @@ FullDiskOutcome tryFullDisk(const std::string& folder) {
         error = failure.what();
     }
     const bool isWhole = error == "No space left on device: " + path &&
-                         readFile(path, 100) == "old" && namesIn(folder) == "file ";
+                         readFile(path, 100) == "old" &&
+                         namesIn(folder) == std::vector<std::string>{"file"};
     return isWhole ? FullDiskOutcome::asPromised : FullDiskOutcome::broken;
 }
 

@@ -11,6 +11,8 @@
 #include <gtest/gtest.h>
 
 #include "OrvPlatform/File.h"
+#include "Support/ErrorText.h"
+#include "Support/FileFacts.h"
 #include "Support/TemporaryDirectory.h"
 
 namespace orv {
@@ -18,37 +20,11 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::UnorderedElementsAre;
 
 constexpr std::uint64_t amplyBytes = 1 << 20;
 
 void plant(const std::string& path, const std::string& content) {
     std::ofstream(path, std::ios::binary) << content;
-}
-
-std::vector<std::string> namesIn(const std::string& folder) {
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        names.push_back(entry.path().filename());
-    }
-    return names;
-}
-
-mode_t modeOf(const std::string& path) {
-    struct stat attributes{};
-    EXPECT_EQ(::lstat(path.c_str(), &attributes), 0);
-    return attributes.st_mode & 07777;
-}
-
-/// What the call's FileError says; "no error" when there is none.
-template <typename Call>
-std::string errorOf(Call call) {
-    try {
-        call();
-    } catch (const FileError& error) {
-        return error.what();
-    }
-    return "no error";
 }
 
 class ScopedUmask {
@@ -75,8 +51,8 @@ TEST(FileTest, refusesAFileBeyondTheLimit) {
     const TemporaryDirectory folder;
     const std::string path = folder.path("file");
     plant(path, "12345");
-    EXPECT_EQ(errorOf([&] { readFile(path, 4); }), "Larger than the limit: " + path);
-    EXPECT_EQ(errorOf([&] { readFile(path, 0); }), "Larger than the limit: " + path);
+    EXPECT_EQ(errorOf<FileError>([&] { readFile(path, 4); }), "Larger than the limit: " + path);
+    EXPECT_EQ(errorOf<FileError>([&] { readFile(path, 0); }), "Larger than the limit: " + path);
 }
 
 TEST(FileTest, readsFilesThatSayTheyAreEmptyAndKeepsTheirLimitToo) {
@@ -84,14 +60,14 @@ TEST(FileTest, readsFilesThatSayTheyAreEmptyAndKeepsTheirLimitToo) {
     const std::string content = readFile("/proc/cpuinfo", amplyBytes);
     EXPECT_GT(content.size(), 100U);
     // The size that stat gives is 0, so only reading can find out: as with a file that grows.
-    EXPECT_EQ(errorOf([] { readFile("/proc/cpuinfo", 100); }),
+    EXPECT_EQ(errorOf<FileError>([] { readFile("/proc/cpuinfo", 100); }),
               "Larger than the limit: /proc/cpuinfo");
 }
 
 TEST(FileTest, namesWhyAFileCannotBeRead) {
     const TemporaryDirectory folder;
     const std::string missing = folder.path("missing");
-    EXPECT_EQ(errorOf([&] { readFile(missing, amplyBytes); }),
+    EXPECT_EQ(errorOf<FileError>([&] { readFile(missing, amplyBytes); }),
               "No such file or directory: " + missing);
     try {
         readFile(missing, amplyBytes);
@@ -111,11 +87,13 @@ TEST(FileTest, whatIsNoRegularFileIsAnErrorAtOnce) {
     socketPath.copy(address.sun_path, sizeof address.sun_path - 1);
     ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
 
-    EXPECT_EQ(errorOf([&] { readFile(fifo, amplyBytes); }), "Not a regular file: " + fifo);
-    EXPECT_EQ(errorOf([&] { readFile(folder.path(), amplyBytes); }),
+    EXPECT_EQ(errorOf<FileError>([&] { readFile(fifo, amplyBytes); }),
+              "Not a regular file: " + fifo);
+    EXPECT_EQ(errorOf<FileError>([&] { readFile(folder.path(), amplyBytes); }),
               "Not a regular file: " + folder.path());
-    EXPECT_EQ(errorOf([&] { readFile("/dev/zero", amplyBytes); }), "Not a regular file: /dev/zero");
-    EXPECT_NE(errorOf([&] { readFile(socketPath, amplyBytes); }), "no error");
+    EXPECT_EQ(errorOf<FileError>([&] { readFile("/dev/zero", amplyBytes); }),
+              "Not a regular file: /dev/zero");
+    EXPECT_NE(errorOf<FileError>([&] { readFile(socketPath, amplyBytes); }), "no error");
     ::close(listener);
 }
 
@@ -125,7 +103,7 @@ TEST(FileTest, followsLinksOnlyWhenAllowed) {
     const std::string link = folder.path("link");
     std::filesystem::create_symlink("file", link);
     EXPECT_EQ(readFile(link, amplyBytes), "content");
-    EXPECT_EQ(errorOf([&] { readFile(link, amplyBytes, Links::refuse); }),
+    EXPECT_EQ(errorOf<FileError>([&] { readFile(link, amplyBytes, Links::refuse); }),
               "Too many levels of symbolic links: " + link);
     EXPECT_EQ(readFile(folder.path("file"), amplyBytes, Links::refuse), "content");
 }
@@ -136,9 +114,9 @@ TEST(FileTest, aPathWithANulIsNoPath) {
     const std::string path = folder.path(std::string("file\0.txt", 9));
     const std::string refusal = "Invalid argument: " + folder.path("file");
     EXPECT_FALSE(fileExists(path));
-    EXPECT_EQ(errorOf([&] { readFile(path, amplyBytes); }), refusal);
-    EXPECT_EQ(errorOf([&] { writeFileAtomically(path, "x"); }), refusal);
-    EXPECT_EQ(errorOf([&] { createDirectories(path); }), refusal);
+    EXPECT_EQ(errorOf<FileError>([&] { readFile(path, amplyBytes); }), refusal);
+    EXPECT_EQ(errorOf<FileError>([&] { writeFileAtomically(path, "x"); }), refusal);
+    EXPECT_EQ(errorOf<FileError>([&] { createDirectories(path); }), refusal);
 }
 
 TEST(FileTest, existsMeansLinksFollowed) {
@@ -228,14 +206,15 @@ TEST(FileTest, aPlantedLinkIsReplacedAndItsTargetLeftAlone) {
     writeFileAtomically(folder.path("twin"), "new", {.mode = 0666});
     EXPECT_EQ(readFile(folder.path("victim"), amplyBytes), "precious");
     EXPECT_EQ(readFile(folder.path("file"), amplyBytes, Links::refuse), "new");
-    EXPECT_THAT(namesIn(folder.path()), UnorderedElementsAre("victim", "file", "twin"));
+    EXPECT_THAT(namesIn(folder.path()), ElementsAre("file", "twin", "victim"));
 }
 
 TEST(FileTest, aFolderIsNoTarget) {
     const TemporaryDirectory folder;
     const std::string path = folder.path("sub");
     std::filesystem::create_directory(path);
-    EXPECT_EQ(errorOf([&] { writeFileAtomically(path, "x"); }), "Is a directory: " + path);
+    EXPECT_EQ(errorOf<FileError>([&] { writeFileAtomically(path, "x"); }),
+              "Is a directory: " + path);
     EXPECT_THAT(namesIn(folder.path()), ElementsAre("sub"));
     EXPECT_THAT(namesIn(path), IsEmpty());
 }
@@ -243,7 +222,7 @@ TEST(FileTest, aFolderIsNoTarget) {
 TEST(FileTest, aMissingFolderIsAnError) {
     const TemporaryDirectory folder;
     const std::string path = folder.path("missing/file");
-    EXPECT_EQ(errorOf([&] { writeFileAtomically(path, "x"); }),
+    EXPECT_EQ(errorOf<FileError>([&] { writeFileAtomically(path, "x"); }),
               "No such file or directory: " + path);
 }
 
@@ -269,7 +248,7 @@ TEST(FileTest, aFileInTheWayOfAFolderIsAnError) {
     const TemporaryDirectory folder;
     plant(folder.path("file"), "");
     for (const std::string& path : {folder.path("file"), folder.path("file/sub")}) {
-        EXPECT_EQ(errorOf([&] { createDirectories(path); }), "Not a directory: " + path);
+        EXPECT_EQ(errorOf<FileError>([&] { createDirectories(path); }), "Not a directory: " + path);
     }
 }
 

@@ -6,18 +6,13 @@
 
 #include "OrvPlatform/File.h"
 #include "OrvPlatform/Folder.h"
+#include "Support/FileFacts.h"
 #include "Support/TemporaryDirectory.h"
 
 namespace orv {
 namespace {
 
 namespace fs = std::filesystem;
-
-mode_t modeOf(const std::string& path) {
-    struct stat attributes{};
-    EXPECT_EQ(::lstat(path.c_str(), &attributes), 0) << path;
-    return attributes.st_mode & 07777;
-}
 
 class FolderTest : public testing::Test {
 protected:

@@ -5,20 +5,10 @@
 #include <gtest/gtest.h>
 
 #include "OrvPlatform/Json.h"
+#include "Support/ErrorText.h"
 
 namespace orv {
 namespace {
-
-/// What the call's DecodingError says; "no error" when there is none.
-template <typename Call>
-std::string errorOf(Call call) {
-    try {
-        call();
-    } catch (const DecodingError& error) {
-        return error.what();
-    }
-    return "no error";
-}
 
 std::string nestedArrays(std::size_t depth) {
     return std::string(depth, '[') + std::string(depth, ']');
@@ -37,20 +27,24 @@ TEST(JsonTest, whatIsNoJsonIsADecodingErrorThatQuotesNothing) {
           "\"\\ud800\"", "[1e999]", "[-1e999]", "01", "+1", ".5", "NaN"}) {
         EXPECT_THROW(parseJson(bad), DecodingError) << bad;
     }
-    EXPECT_EQ(errorOf([] { parseJson("{\"a\":secret}"); }), "Not valid JSON at byte 6.");
-    EXPECT_EQ(errorOf([] { parseJson("[1e999]"); }), "A number in the JSON is too large.");
+    EXPECT_EQ(errorOf<DecodingError>([] { parseJson("{\"a\":secret}"); }),
+              "Not valid JSON at byte 6.");
+    EXPECT_EQ(errorOf<DecodingError>([] { parseJson("[1e999]"); }),
+              "A number in the JSON is too large.");
     EXPECT_THROW(parseJson(std::string_view("{}\0", 3)), DecodingError);
 }
 
 TEST(JsonTest, nestingEndsAt512Levels) {
     EXPECT_NO_THROW(parseJson(nestedArrays(512)));
-    EXPECT_EQ(errorOf([] { parseJson(nestedArrays(513)); }), "JSON nested deeper than 512 levels.");
+    EXPECT_EQ(errorOf<DecodingError>([] { parseJson(nestedArrays(513)); }),
+              "JSON nested deeper than 512 levels.");
     EXPECT_THROW(parseJson(nestedArrays(10'000)), DecodingError);
     EXPECT_THROW(parseJson(std::string(1'000'000, '[')), DecodingError);
     std::string objects;
     for (int i = 0; i < 513; ++i)
         objects += "{\"a\":";
-    EXPECT_EQ(errorOf([&] { parseJson(objects); }), "JSON nested deeper than 512 levels.");
+    EXPECT_EQ(errorOf<DecodingError>([&] { parseJson(objects); }),
+              "JSON nested deeper than 512 levels.");
 }
 
 TEST(JsonTest, everyKindOfValueIsKeptWhereItStands) {
@@ -81,7 +75,7 @@ TEST(JsonTest, itemsThatAreNotWantedAreNotKept) {
 TEST(JsonTest, itemsThatAreNotWantedMustBeCorrect) {
     const WantsMoreItems oneOfEach = [](const std::string&, const Json&) { return false; };
     const auto errorBehindFirst = [&](const std::string& item) {
-        return errorOf([&] { parseJson("{\"a\":[1," + item + "]}", oneOfEach); });
+        return errorOf<DecodingError>([&] { parseJson("{\"a\":[1," + item + "]}", oneOfEach); });
     };
     EXPECT_EQ(errorBehindFirst("2"), "no error");
     EXPECT_EQ(errorBehindFirst("secret"), "Not valid JSON at byte 9.");
@@ -134,13 +128,18 @@ TEST(JsonTest, requiredKeysMustBeThereAndOfTheirType) {
     EXPECT_EQ(requiredText(object, "t"), "x");
     EXPECT_EQ(requiredInteger(object, "i"), 7);
     EXPECT_FALSE(requiredBool(object, "b"));
-    EXPECT_EQ(errorOf([&] { requiredText(object, "x"); }), "The key \"x\" is missing.");
-    EXPECT_EQ(errorOf([&] { requiredText(object, "i"); }), "The value of \"i\" is not a text.");
-    EXPECT_EQ(errorOf([&] { requiredText(object, "n"); }), "The value of \"n\" is not a text.");
-    EXPECT_EQ(errorOf([&] { requiredInteger(object, "b"); }),
+    EXPECT_EQ(errorOf<DecodingError>([&] { requiredText(object, "x"); }),
+              "The key \"x\" is missing.");
+    EXPECT_EQ(errorOf<DecodingError>([&] { requiredText(object, "i"); }),
+              "The value of \"i\" is not a text.");
+    EXPECT_EQ(errorOf<DecodingError>([&] { requiredText(object, "n"); }),
+              "The value of \"n\" is not a text.");
+    EXPECT_EQ(errorOf<DecodingError>([&] { requiredInteger(object, "b"); }),
               "The value of \"b\" is not a 64-bit integer.");
-    EXPECT_EQ(errorOf([&] { requiredBool(object, "i"); }), "The value of \"i\" is not a Boolean.");
-    EXPECT_EQ(errorOf([] { requiredText(Json::array(), "t"); }), "A JSON object was expected.");
+    EXPECT_EQ(errorOf<DecodingError>([&] { requiredBool(object, "i"); }),
+              "The value of \"i\" is not a Boolean.");
+    EXPECT_EQ(errorOf<DecodingError>([] { requiredText(Json::array(), "t"); }),
+              "A JSON object was expected.");
 }
 
 TEST(JsonTest, optionalKeysMayBeMissingOrNullButNotOfAnotherType) {

@@ -9,6 +9,8 @@
 #include <gtest/gtest.h>
 
 #include "OrvPlatform/OpenFolder.h"
+#include "Support/ErrorText.h"
+#include "Support/FileFacts.h"
 #include "Support/TemporaryDirectory.h"
 
 namespace orv {
@@ -25,23 +27,6 @@ protected:
         std::set<std::string> found;
         of.forEachName([&](std::string_view name) { return found.emplace(name).second; });
         return found;
-    }
-
-    /// What the call's FileError says; "no error" when there is none.
-    template <typename Call>
-    static std::string errorOf(Call call) {
-        try {
-            call();
-        } catch (const FileError& error) {
-            return error.what();
-        }
-        return "no error";
-    }
-
-    mode_t modeOf(const std::string& name) const {
-        struct stat status{};
-        EXPECT_EQ(stat(folder.path(name).c_str(), &status), 0);
-        return status.st_mode & 07777;
     }
 
     TemporaryDirectory folder;
@@ -71,14 +56,14 @@ TEST_F(OpenFolderTest, aNewFolderGetsItsModeWhateverTheUmask) {
     const mode_t before = umask(077);
     base().madeSubfolder("a", 0777);
     umask(before);
-    EXPECT_EQ(modeOf("a"), 0777U);
+    EXPECT_EQ(modeOf(folder.path("a")), 0777U);
 }
 
 TEST_F(OpenFolderTest, anOwnFolderGetsItsModeLater) {
     std::filesystem::create_directory(folder.path("a"));
     std::filesystem::permissions(folder.path("a"), std::filesystem::perms(0700));
     base().madeSubfolder("a", 0777);
-    EXPECT_EQ(modeOf("a"), 0777U);
+    EXPECT_EQ(modeOf(folder.path("a")), 0777U);
 }
 
 TEST_F(OpenFolderTest, somebodyElsesFolderKeepsItsMode) {
@@ -87,22 +72,24 @@ TEST_F(OpenFolderTest, somebodyElsesFolderKeepsItsMode) {
     std::filesystem::permissions(folder.path("a"), std::filesystem::perms(0700));
     ASSERT_EQ(chown(folder.path("a").c_str(), 501, 20), 0);
     base().madeSubfolder("a", 0777);
-    EXPECT_EQ(modeOf("a"), 0700U);
+    EXPECT_EQ(modeOf(folder.path("a")), 0700U);
 }
 
 TEST_F(OpenFolderTest, aLinkIsNoFolder) {
     const TemporaryDirectory elsewhere;
     std::filesystem::create_directory_symlink(elsewhere.path(), folder.path("link"));
-    EXPECT_EQ(errorOf([&] { base().subfolder("link"); }), "Not a directory: /Mac/link");
-    EXPECT_EQ(errorOf([&] { base().madeSubfolder("link", 0777); }), "Not a directory: /Mac/link");
-    EXPECT_EQ(errorOf([&] { base().subfolder("none"); }), "No such file or directory: /Mac/none");
+    EXPECT_EQ(errorOf<FileError>([&] { base().subfolder("link"); }), "Not a directory: /Mac/link");
+    EXPECT_EQ(errorOf<FileError>([&] { base().madeSubfolder("link", 0777); }),
+              "Not a directory: /Mac/link");
+    EXPECT_EQ(errorOf<FileError>([&] { base().subfolder("none"); }),
+              "No such file or directory: /Mac/none");
 }
 
 TEST_F(OpenFolderTest, aLinkIsNoFile) {
     const TemporaryDirectory elsewhere;
     std::ofstream(elsewhere.path("secret")) << "secret";
     std::filesystem::create_symlink(elsewhere.path("secret"), folder.path("link"));
-    EXPECT_NE(errorOf([&] { base().readFile("link", 100); }), "no error");
+    EXPECT_NE(errorOf<FileError>([&] { base().readFile("link", 100); }), "no error");
 
     base().writeFileAtomically("link", "mine", {});  // takes the link's place
     EXPECT_FALSE(std::filesystem::is_symlink(folder.path("link")));
@@ -112,20 +99,22 @@ TEST_F(OpenFolderTest, aLinkIsNoFile) {
 TEST_F(OpenFolderTest, aNameIsOneComponent) {
     for (const std::string name : {"", ".", "..", "a/b", "/etc/passwd", "../x"}) {
         const std::string expected = "Invalid argument: /Mac/" + name;
-        EXPECT_EQ(errorOf([&] { base().readFile(name, 100); }), expected);
-        EXPECT_EQ(errorOf([&] { base().writeFileAtomically(name, "x", {}); }), expected);
-        EXPECT_EQ(errorOf([&] { base().removeFile(name); }), expected);
-        EXPECT_EQ(errorOf([&] { base().subfolder(name); }), expected);
+        EXPECT_EQ(errorOf<FileError>([&] { base().readFile(name, 100); }), expected);
+        EXPECT_EQ(errorOf<FileError>([&] { base().writeFileAtomically(name, "x", {}); }), expected);
+        EXPECT_EQ(errorOf<FileError>([&] { base().removeFile(name); }), expected);
+        EXPECT_EQ(errorOf<FileError>([&] { base().subfolder(name); }), expected);
     }
-    EXPECT_NE(errorOf([&] { base().readFile(std::string("a\0b", 3), 100); }), "no error");
+    EXPECT_NE(errorOf<FileError>([&] { base().readFile(std::string("a\0b", 3), 100); }),
+              "no error");
 }
 
 TEST_F(OpenFolderTest, aFailedWriteLeavesNothingBehind) {
     std::filesystem::create_directory(folder.path("taken"));
-    EXPECT_EQ(errorOf([&] { base().writeFileAtomically("taken", "x", {}); }),
+    EXPECT_EQ(errorOf<FileError>([&] { base().writeFileAtomically("taken", "x", {}); }),
               "Is a directory: /Mac/taken");
     EXPECT_THAT(names(base()), ElementsAre("taken"));
-    EXPECT_EQ(errorOf([&] { base().removeFile("none"); }), "No such file or directory: /Mac/none");
+    EXPECT_EQ(errorOf<FileError>([&] { base().removeFile("none"); }),
+              "No such file or directory: /Mac/none");
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 
 #include "OrvPlatform/Iso8601.h"
 #include "OrvPlatform/PropertyList.h"
+#include "Support/ErrorText.h"
 
 namespace orv {
 namespace {
@@ -145,13 +146,8 @@ std::string sampleBinary() {
     return list.bytes(static_cast<unsigned char>(top));
 }
 
-std::string errorOf(const std::string& bytes) {
-    try {
-        parsePropertyList(bytes);
-    } catch (const DecodingError& error) {
-        return error.what();
-    }
-    return "no error";
+std::string refusal(const std::string& bytes) {
+    return errorOf<DecodingError>([&] { parsePropertyList(bytes); });
 }
 
 struct Form {
@@ -183,7 +179,7 @@ TEST_P(PropertyListFormTest, readsEveryKindOfValue) {
 TEST_P(PropertyListFormTest, nestingEndsAt512Levels) {
     EXPECT_NO_THROW(parsePropertyList(GetParam().nested(511)));
     for (const unsigned arrays : {513U, 5'000U, 60'000U}) {
-        EXPECT_EQ(errorOf(GetParam().nested(arrays)),
+        EXPECT_EQ(refusal(GetParam().nested(arrays)),
                   "A property list nested deeper than 512 levels.");
     }
 }
@@ -225,16 +221,16 @@ TEST(PropertyListTest, bothFormsSayTheSame) {
 
 TEST(PropertyListTest, refusesWhatIsNoPropertyList) {
     const std::string neither = "Neither an XML nor a binary property list.";
-    EXPECT_EQ(errorOf(""), neither);
-    EXPECT_EQ(errorOf("{ a = 1; }"), neither);
-    EXPECT_EQ(errorOf("bplist"), neither);
-    EXPECT_EQ(errorOf(std::string(100, '\0')), neither);
-    EXPECT_NE(errorOf("<html><body/></html>"), "no error");
-    EXPECT_NE(errorOf("<plist/>"), "no error");
-    EXPECT_NE(errorOf("<?xml version=\"1.0\"?>"), "no error");
-    EXPECT_EQ(errorOf("<!-- "), "A cut-off XML property list.");
-    EXPECT_EQ(errorOf("bplist00"), "A damaged binary property list.");
-    EXPECT_EQ(errorOf(std::string((64 << 20) + 1, '<')), "A property list beyond 64 MiB.");
+    EXPECT_EQ(refusal(""), neither);
+    EXPECT_EQ(refusal("{ a = 1; }"), neither);
+    EXPECT_EQ(refusal("bplist"), neither);
+    EXPECT_EQ(refusal(std::string(100, '\0')), neither);
+    EXPECT_NE(refusal("<html><body/></html>"), "no error");
+    EXPECT_NE(refusal("<plist/>"), "no error");
+    EXPECT_NE(refusal("<?xml version=\"1.0\"?>"), "no error");
+    EXPECT_EQ(refusal("<!-- "), "A cut-off XML property list.");
+    EXPECT_EQ(refusal("bplist00"), "A damaged binary property list.");
+    EXPECT_EQ(refusal(std::string((64 << 20) + 1, '<')), "A property list beyond 64 MiB.");
 }
 
 TEST(PropertyListTest, xmlMayBeginWithAByteOrderMarkOrBlanks) {
@@ -247,7 +243,7 @@ TEST(PropertyListTest, commentsNeitherOpenNorCloseLevels) {
     std::string nested;
     for (int i = 0; i < 600; ++i)
         nested += "<array><!-- </array> -->";
-    EXPECT_EQ(errorOf(xmlDocument(nested)), "A property list nested deeper than 512 levels.");
+    EXPECT_EQ(refusal(xmlDocument(nested)), "A property list nested deeper than 512 levels.");
     std::string many = "<array>";
     for (int i = 0; i < 600; ++i)
         many += "<array/><dict></dict><!-- <array> -->";
@@ -257,11 +253,11 @@ TEST(PropertyListTest, commentsNeitherOpenNorCloseLevels) {
 TEST(PropertyListTest, aListWithinItselfIsRefused) {
     BinaryList itself;
     itself.add(std::string("\xA1\x00", 2));
-    EXPECT_EQ(errorOf(itself.bytes(0)), "A property list within itself.");
+    EXPECT_EQ(refusal(itself.bytes(0)), "A property list within itself.");
     BinaryList roundabout;
     roundabout.add("\xA1\x01");
     roundabout.add(std::string("\xA1\x00", 2));
-    EXPECT_EQ(errorOf(roundabout.bytes(0)), "A property list within itself.");
+    EXPECT_EQ(refusal(roundabout.bytes(0)), "A property list within itself.");
 }
 
 TEST(PropertyListTest, sharedObjectsAreReadButMayNotUnfoldWithoutEnd) {
@@ -276,7 +272,7 @@ TEST(PropertyListTest, sharedObjectsAreReadButMayNotUnfoldWithoutEnd) {
         doubling.add(std::string("\xA2") + next + next);
     }
     doubling.add(asciiObject("x"));
-    EXPECT_EQ(errorOf(doubling.bytes(0)), "A property list that unfolds beyond 64 MiB.");
+    EXPECT_EQ(refusal(doubling.bytes(0)), "A property list that unfolds beyond 64 MiB.");
 }
 
 TEST(PropertyListTest, refusesBinaryListsThatPointOutsideThemselves) {
@@ -286,24 +282,24 @@ TEST(PropertyListTest, refusesBinaryListsThatPointOutsideThemselves) {
         list.add(object);
         return list.bytes(0);
     };
-    EXPECT_EQ(errorOf(listOf("\xA1\x07")), damaged);                        // no such object
-    EXPECT_EQ(errorOf(listOf("\x5F\x13" + bigEndian(~0ULL, 8))), damaged);  // a length of 2^64 - 1
-    EXPECT_EQ(errorOf(listOf("\x6F\x13" + bigEndian(~0ULL, 8))), damaged);
-    EXPECT_EQ(errorOf(listOf("\xAF\x13" + bigEndian(~0ULL, 8))), damaged);
-    EXPECT_EQ(errorOf(listOf("\xDF\x13" + bigEndian(1ULL << 63, 8))), damaged);
-    EXPECT_EQ(errorOf(listOf("\x53"
+    EXPECT_EQ(refusal(listOf("\xA1\x07")), damaged);                        // no such object
+    EXPECT_EQ(refusal(listOf("\x5F\x13" + bigEndian(~0ULL, 8))), damaged);  // a length of 2^64 - 1
+    EXPECT_EQ(refusal(listOf("\x6F\x13" + bigEndian(~0ULL, 8))), damaged);
+    EXPECT_EQ(refusal(listOf("\xAF\x13" + bigEndian(~0ULL, 8))), damaged);
+    EXPECT_EQ(refusal(listOf("\xDF\x13" + bigEndian(1ULL << 63, 8))), damaged);
+    EXPECT_EQ(refusal(listOf("\x53"
                              "ab")),
               damaged);
-    EXPECT_EQ(errorOf(listOf("\x70")), damaged);  // no such kind
+    EXPECT_EQ(refusal(listOf("\x70")), damaged);  // no such kind
     BinaryList oneText;
     oneText.add(asciiObject("x"));
-    EXPECT_EQ(errorOf(oneText.bytes(1)), damaged);
+    EXPECT_EQ(refusal(oneText.bytes(1)), damaged);
     std::string bytes = oneText.bytes(0);
     bytes.replace(bytes.size() - 8, 8, bigEndian(~0ULL, 8));  // the table's offset
-    EXPECT_EQ(errorOf(bytes), damaged);
+    EXPECT_EQ(refusal(bytes), damaged);
     bytes = oneText.bytes(0);
     bytes.replace(bytes.size() - 24, 8, bigEndian(1ULL << 61, 8));  // the number of objects
-    EXPECT_EQ(errorOf(bytes), damaged);
+    EXPECT_EQ(refusal(bytes), damaged);
 }
 
 TEST(PropertyListTest, aKeyIsATextWithoutNul) {
@@ -313,14 +309,14 @@ TEST(PropertyListTest, aKeyIsATextWithoutNul) {
         list.add("\xD1\x01\x02");
         list.add(key);
         list.add("\x09");
-        EXPECT_EQ(errorOf(list.bytes(0)), "A damaged binary property list.");
+        EXPECT_EQ(refusal(list.bytes(0)), "A damaged binary property list.");
     }
     const std::string nul(1, '\0');
-    EXPECT_EQ(errorOf(xmlDocument("<dict><key>a" + nul + "</key><true/></dict>")),
+    EXPECT_EQ(refusal(xmlDocument("<dict><key>a" + nul + "</key><true/></dict>")),
               "A NUL in an XML text.");
     for (const char* spelling : {"&#0;", "&#x0;", "&#000;"}) {
         const std::string key = std::string("<key>a") + spelling + "b</key>";
-        errorOf(xmlDocument("<dict>" + key + "<true/></dict>"));  // whatever it says, it must live
+        refusal(xmlDocument("<dict>" + key + "<true/></dict>"));  // whatever it says, it must live
     }
 }
 

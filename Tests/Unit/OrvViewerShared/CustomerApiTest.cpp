@@ -7,6 +7,7 @@
 #include "OrvViewerShared/CustomerApi.h"
 #include "OrvViewerShared/ViewerError.h"
 #include "Support/AgentFixture.h"
+#include "Support/ErrorText.h"
 
 namespace orv {
 namespace {
@@ -45,16 +46,6 @@ protected:
         return loop.run(customers.customerTicketNotifications(token, -3, 50));
     }
     Json body(std::size_t index) const { return Json::parse(http.body(index)); }
-
-    template <typename Call>
-    static std::string errorOf(Call call) {
-        try {
-            call();
-        } catch (const std::exception& error) {
-            return error.what();
-        }
-        return "no error";
-    }
 };
 
 TEST_F(CustomerApiTest, aTicketGoesOutAsTheDevice) {

@@ -4,6 +4,7 @@
 
 #include "OrvPlatform/Iso8601.h"
 #include "OrvViewerShared/RemoteChatMessage.h"
+#include "Support/ErrorText.h"
 
 namespace orv {
 namespace {
@@ -27,15 +28,6 @@ constexpr const char* messageText = R"({
 }
 )";
 
-std::string errorOf(const Json& json) {
-    try {
-        (void)json.get<RemoteChatMessage>();
-    } catch (const DecodingError& error) {
-        return error.what();
-    }
-    return "no error";
-}
-
 TEST(RemoteChatMessageTest, isWrittenWithItsSixKeysSorted) {
     EXPECT_EQ(prettyJson(message()), messageText);
 }
@@ -54,20 +46,24 @@ TEST(RemoteChatMessageTest, everyKeyIsRequiredAndMustBeAText) {
     for (const char* key : {"createdAt", "direction", "id", "publicId", "sender", "text"}) {
         Json json = message();
         json[key] = 7;
-        EXPECT_EQ(errorOf(json), "The value of \"" + std::string(key) + "\" is not a text.");
+        EXPECT_EQ(decodingErrorOf<RemoteChatMessage>(json),
+                  "The value of \"" + std::string(key) + "\" is not a text.");
         json[key] = nullptr;
-        EXPECT_EQ(errorOf(json), "The value of \"" + std::string(key) + "\" is not a text.");
+        EXPECT_EQ(decodingErrorOf<RemoteChatMessage>(json),
+                  "The value of \"" + std::string(key) + "\" is not a text.");
         json.erase(key);
-        EXPECT_EQ(errorOf(json), "The key \"" + std::string(key) + "\" is missing.");
+        EXPECT_EQ(decodingErrorOf<RemoteChatMessage>(json),
+                  "The key \"" + std::string(key) + "\" is missing.");
     }
-    EXPECT_EQ(errorOf(Json::array()), "A JSON object was expected.");
+    EXPECT_EQ(decodingErrorOf<RemoteChatMessage>(Json::array()), "A JSON object was expected.");
 }
 
 TEST(RemoteChatMessageTest, theDateMustBeOne) {
     Json json = message();
     for (const char* date : {"", "yesterday", "2026-02-30T00:00:00Z", "2026-03-01T09:15:02.5Z"}) {
         json["createdAt"] = date;
-        EXPECT_EQ(errorOf(json), "The value of \"createdAt\" is not a date.");
+        EXPECT_EQ(decodingErrorOf<RemoteChatMessage>(json),
+                  "The value of \"createdAt\" is not a date.");
     }
 }
 

@@ -14,6 +14,7 @@
 #include "OrvPlatform/File.h"
 #include "OrvViewerShared/RemoteChatStore.h"
 #include "Support/FakeClock.h"
+#include "Support/FileFacts.h"
 #include "Support/TemporaryDirectory.h"
 
 namespace orv {
@@ -53,20 +54,7 @@ protected:
         return fileExists(logger.logFile()) ? readFile(logger.logFile(), 10'000'000) : "";
     }
 
-    std::vector<std::string> names() const {
-        std::vector<std::string> found;
-        for (const auto& entry : std::filesystem::directory_iterator(place())) {
-            found.push_back(entry.path().filename());
-        }
-        std::sort(found.begin(), found.end());
-        return found;
-    }
-
-    mode_t modeOf(const std::string& location) const {
-        struct stat status{};
-        EXPECT_EQ(stat(location.c_str(), &status), 0);
-        return status.st_mode & 07777;
-    }
+    std::vector<std::string> names() const { return namesIn(place()); }
 
     TemporaryDirectory folder;
     FakeClock clock;

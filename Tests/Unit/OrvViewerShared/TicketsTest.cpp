@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "OrvViewerShared/Tickets.h"
+#include "Support/ErrorText.h"
 
 namespace orv {
 namespace {
@@ -11,26 +12,18 @@ namespace {
 using testing::IsEmpty;
 using testing::SizeIs;
 
-template <typename Record>
-std::string errorOf(const Json& json) {
-    try {
-        (void)json.get<Record>();
-    } catch (const DecodingError& error) {
-        return error.what();
-    }
-    return "no error";
-}
-
 /// Each key in turn is missing and of a type that it never has.
 template <typename Record>
 void expectRequired(const char* text, std::initializer_list<const char*> keys) {
     for (const char* key : keys) {
         Json json = Json::parse(text);
-        ASSERT_EQ(errorOf<Record>(json), "no error");
+        ASSERT_EQ(decodingErrorOf<Record>(json), "no error");
         json[key] = 1.5;
-        EXPECT_THAT(errorOf<Record>(json), testing::HasSubstr('"' + std::string(key) + '"'));
+        EXPECT_THAT(decodingErrorOf<Record>(json),
+                    testing::HasSubstr('"' + std::string(key) + '"'));
         json.erase(key);
-        EXPECT_THAT(errorOf<Record>(json), testing::HasSubstr('"' + std::string(key) + '"'));
+        EXPECT_THAT(decodingErrorOf<Record>(json),
+                    testing::HasSubstr('"' + std::string(key) + '"'));
     }
 }
 
@@ -63,7 +56,7 @@ TEST(TicketsTest, aTicketNeedsNoNumberAndNoUrl) {
             .get<AgentTicketResponse>();
     EXPECT_EQ(ticket.ticketNumber, std::nullopt);
     EXPECT_EQ(ticket.ticketUrl, std::nullopt);
-    EXPECT_EQ(errorOf<AgentTicketResponse>(
+    EXPECT_EQ(decodingErrorOf<AgentTicketResponse>(
                   Json::parse(R"({"public_id":"T1","ticket_number":7,"subject":"","status":""})")),
               "The value of \"ticket_number\" is not a text.");
 }
@@ -89,7 +82,7 @@ TEST(TicketsTest, aCustomerNeedsNoPhoneAndNoOrganization) {
 TEST(TicketsTest, aSessionWithoutTheCustomersRightsIsRefused) {
     Json session = Json::parse(sessionText);
     session["customer"].erase("can_view_organization_tickets");
-    EXPECT_EQ(errorOf<CustomerSessionResponse>(session),
+    EXPECT_EQ(decodingErrorOf<CustomerSessionResponse>(session),
               "The key \"can_view_organization_tickets\" is missing.");
 }
 
@@ -114,16 +107,17 @@ TEST(TicketsTest, aPageOfNotifications) {
                     .get<CustomerTicketNotificationPage>()
                     .items,
                 IsEmpty());
-    EXPECT_EQ(errorOf<CustomerTicketNotificationPage>(
+    EXPECT_EQ(decodingErrorOf<CustomerTicketNotificationPage>(
                   Json::parse(R"({"items":[{}],"cursor":0,"has_more":false})")),
               "The key \"message_id\" is missing.");
 }
 
 TEST(TicketsTest, noAnswerIsTakenForAnotherShape) {
     for (const Json& json : {Json::array(), Json("x"), Json()}) {
-        EXPECT_EQ(errorOf<AgentTicketResponse>(json), "A JSON object was expected.");
-        EXPECT_EQ(errorOf<CustomerSessionResponse>(json), "A JSON object was expected.");
-        EXPECT_EQ(errorOf<CustomerTicketNotificationPage>(json), "A JSON object was expected.");
+        EXPECT_EQ(decodingErrorOf<AgentTicketResponse>(json), "A JSON object was expected.");
+        EXPECT_EQ(decodingErrorOf<CustomerSessionResponse>(json), "A JSON object was expected.");
+        EXPECT_EQ(decodingErrorOf<CustomerTicketNotificationPage>(json),
+                  "A JSON object was expected.");
     }
 }
 

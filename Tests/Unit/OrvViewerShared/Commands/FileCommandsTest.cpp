@@ -12,7 +12,9 @@
 #include "OrvPlatform/File.h"
 #include "OrvViewerShared/Commands/CommandError.h"
 #include "OrvViewerShared/Commands/FileCommands.h"
+#include "Support/ErrorText.h"
 #include "Support/FakeClock.h"
+#include "Support/FileFacts.h"
 #include "Support/TemporaryDirectory.h"
 #include "Support/TestLoop.h"
 
@@ -57,13 +59,6 @@ protected:
         std::string out;
         appendBase64(out, bytes);
         return out;
-    }
-    std::vector<std::string> namesIn(const std::string& path) const {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(root.locate(path))) {
-            names.push_back(entry.path().filename().string());
-        }
-        return names;
     }
     static std::vector<std::string> namesOf(const Json& listing) {
         std::vector<std::string> names;
@@ -307,19 +302,12 @@ TEST_F(FileCommandsTest, whatIsNoRegularFileIsAnErrorAndNoHang) {
 }
 
 TEST_F(FileCommandsTest, errorsNameTheMacsPath) {
-    const auto errorOf = [](auto operation) -> std::string {
-        try {
-            operation();
-        } catch (const FileError& error) {
-            return error.what();
-        }
-        return "no error";
-    };
-    EXPECT_EQ(errorOf([&] { download({{"path", "/missing"}}); }),
+    EXPECT_EQ(errorOf<FileError>([&] { download({{"path", "/missing"}}); }),
               "No such file or directory: /missing");
     put("/file");
-    EXPECT_EQ(errorOf([&] { upload({{"target_path", "/file/x"}, {"content_base64", ""}}); }),
-              "Not a directory: /file");
+    EXPECT_EQ(
+        errorOf<FileError>([&] { upload({{"target_path", "/file/x"}, {"content_base64", ""}}); }),
+        "Not a directory: /file");
 }
 
 TEST_F(FileCommandsTest, filesThatSayNothingOfTheirSizeAreReadToTheirEnd) {
@@ -366,7 +354,7 @@ TEST_F(FileCommandsTest, refusesUploadsWithoutTargetOrStrictContent) {
           Json{{"target_path", "/x"}, {"content_base64", "Zh=="}}}) {
         expectError([&] { upload(payload); }, 400, text);
     }
-    EXPECT_THAT(namesIn("/"), IsEmpty());
+    EXPECT_THAT(namesIn(root.locate("/")), IsEmpty());
 }
 
 TEST_F(FileCommandsTest, anExistingFileIsReplacedOnlyWhenAsked) {
@@ -405,7 +393,7 @@ TEST_F(FileCommandsTest, aFailedUploadLeavesNothingBehind) {
                  FileError);
     expectError([&] { upload({{"target_path", "/d/f"}, {"content_base64", "Zg=="}}); }, 409,
                 "File already exists: /d/f");
-    EXPECT_THAT(namesIn("/d"), ElementsAre("f"));
+    EXPECT_THAT(namesIn(root.locate("/d")), ElementsAre("f"));
 
     put("/file");
     EXPECT_THROW(upload({{"target_path", "/file/x"}, {"content_base64", "Zg=="}}), FileError);

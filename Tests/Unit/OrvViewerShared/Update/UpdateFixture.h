@@ -12,6 +12,7 @@
 #include "OrvViewerShared/Update/UpdatePaths.h"
 #include "OrvViewerShared/Update/ViewerUpdateCoordinator.h"
 #include "Support/AgentFixture.h"
+#include "Support/FileFacts.h"
 
 namespace orv {
 
@@ -26,11 +27,6 @@ protected:
     }
 
     std::string content(const char* path) const { return readFile(place(path), 1 << 20); }
-
-    static mode_t modeOf(const std::string& path) {
-        struct stat attributes{};
-        return ::lstat(path.c_str(), &attributes) == 0 ? attributes.st_mode & 07777 : 0;
-    }
 
     void writeStatus(const std::string& phase, std::chrono::seconds age) {
         coordinator.writeStatus({phase, "Wiadomość", "0.2.50", "0.3.0", clock.now() - age, "/log"});
