@@ -25,8 +25,14 @@ std::mutex& processWideLock() {
     return lock;
 }
 
-// Other users can write to the fallback directory's parent: neither the directory nor the file
-// may be a link, of either kind, that leads root's writes elsewhere.
+// Other users can write to the fallback directory's parent: neither that directory nor the file may
+// be a link, of either kind, that leads root's writes elsewhere. The standard directory is only
+// root's to replace, who may keep the logs on another volume.
+FileDescriptor openDirectory(const std::string& path, bool isFallback) {
+    const int links = isFallback ? O_NOFOLLOW : 0;
+    return FileDescriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | links));
+}
+
 FileDescriptor openLogFile(int directory, int extraFlags) {
     return FileDescriptor(openat(
         directory, logFileName,
@@ -105,8 +111,8 @@ void ViewerLogger::write(std::string_view level, std::string_view message) const
     const std::lock_guard guard(processWideLock());
     const std::string line = fmt::format("{} [{}] {}\n", iso8601(clock.now()), level, message);
     const std::string directoryPath = writableLogDirectory();
-    const FileDescriptor directory(
-        open(directoryPath.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const bool isFallback = directoryPath == root.locate(paths::fallbackLogDirectory);
+    const FileDescriptor directory = openDirectory(directoryPath, isFallback);
     if (!directory.isOpen()) return;
     const FileDescriptor file = openWithRoomFor(directory.get(), line.size());
     if (file.isOpen()) append(file.get(), line);

@@ -26,6 +26,18 @@ def test_registers_and_sends_a_heartbeat_as_the_device(agent, admin, mac, device
     assert register["connection"] == heartbeat["connection"], "one connection serves both"
 
 
+def test_settings_of_the_working_folder_serve_and_move_to_their_place(start_agent, mac, tmp_path):
+    place = mac.place("/Library/Application Support/Wsparo Brenvox/wsparo.settings.json")
+    folder = tmp_path / "working"
+    folder.mkdir()
+    place.rename(folder / place.name)
+
+    assert start_agent("--once", cwd=folder).wait() == (0, "", "")
+
+    assert "Heartbeat sent successfully." in mac.read_log()
+    assert json.loads(place.read_text()) == json.loads((folder / place.name).read_text())
+
+
 def test_the_log_tells_the_story(agent, admin, device_uid, mac):
     log = agent.wait_for_log("Heartbeat sent successfully.")
     support_id = mac.read_state()["supportId"]
@@ -88,12 +100,33 @@ def test_once_sends_the_heartbeat_even_if_the_inventory_failed(start_agent, admi
     assert [entry["endpoint"] for entry in admin.requests()] == ["register", "heartbeat"]
 
 
+def test_once_is_found_among_other_arguments(start_agent, admin):
+    assert start_agent("extra", "--once").wait() == (0, "", "")
+    assert [entry["endpoint"] for entry in admin.requests()] == ["register", "heartbeat"]
+
+
+def test_what_only_begins_like_once_starts_the_daemon(start_agent):
+    agent = start_agent("--onces")
+    log = agent.wait_for_log("Heartbeat sent successfully. reason=startup")
+    assert "daemon started." in log
+    assert agent.is_running
+    agent.stop()
+
+
 @pytest.mark.parametrize("arguments", [["--version"], ["--once", "--version"]])
 def test_version_needs_no_settings(start_agent, mac, admin, arguments):
     mac.place("/Library/Application Support/Wsparo Brenvox/wsparo.settings.json").unlink()
     assert start_agent(*arguments).wait() == (0, "0.2.55\n", "")
     assert mac.read_log() == ""
     assert admin.requests() == []
+
+
+@pytest.mark.parametrize("argument", ["--versions", "--version=1", "--VERSION"])
+def test_what_only_resembles_version_is_not_answered(start_agent, mac, argument):
+    mac.place("/Library/Application Support/Wsparo Brenvox/wsparo.settings.json").unlink()
+    status, output, error = start_agent(argument).wait()
+    assert (status, output) == (1, "")
+    assert error.startswith("Wsparo Brenvox daemon failed: wsparo.settings.json was not found.")
 
 
 def test_the_product_has_no_switch_for_another_root():

@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <openssl/ssl.h>
 
 #include "OrvPlatform/Cancellation.h"
 #include "OrvPlatform/HttpSession.h"
@@ -36,6 +37,14 @@ using Then = ScriptedAnswer::Then;
 
 using HttpSessionTest = test::HttpSessionFixture;
 
+TEST(HttpSessionOptionsTest, anExchangeTakesTwentySecondsAndAQuarterOfAGigabyteAtMost) {
+    const HttpSessionOptions options;
+    EXPECT_EQ(options.idleTimeout, 12s);
+    EXPECT_EQ(options.totalTimeout, 20s);
+    EXPECT_EQ(options.maximumBodyBytes, 268'435'456U);
+    EXPECT_EQ(options.maximumRedirects, 20);
+}
+
 TEST_F(HttpSessionTest, returnsStatusHeadersAndBody) {
     const auto server = serving({httpAnswer(404, "not here", "X-One: 1\r\nX-Two:  b c \r\n")});
     const HttpResponse response = get(server.url("/a/b?c=d%20e"));
@@ -48,6 +57,22 @@ TEST_F(HttpSessionTest, returnsStatusHeadersAndBody) {
     EXPECT_EQ(server.requests()[0].method, "GET");
     EXPECT_EQ(server.requests()[0].target, "/a/b?c=d%20e");
     EXPECT_EQ(server.requests()[0].body, "");
+}
+
+/// For a server's TLS: notes the protocols that a client offers (each behind its length), takes
+/// none.
+int noteOffer(SSL*, const unsigned char**, unsigned char*, const unsigned char* offered,
+              unsigned length, void* note) {
+    static_cast<std::string*>(note)->assign(reinterpret_cast<const char*>(offered), length);
+    return SSL_TLSEXT_ERR_NOACK;
+}
+
+TEST_F(HttpSessionTest, offersHttp2AndDoesWithout) {
+    auto server = serving({httpAnswer(200, "ok")});
+    std::string offered;
+    SSL_CTX_set_alpn_select_cb(server.tls(), noteOffer, &offered);
+    EXPECT_EQ(get(server.url()).body, "ok");
+    EXPECT_THAT(offered, HasSubstr("\x02h2"));
 }
 
 TEST_F(HttpSessionTest, onlyTheFinalAnswersHeadersCount) {

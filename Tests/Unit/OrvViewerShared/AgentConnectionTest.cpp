@@ -62,6 +62,8 @@ TEST(ClassifyTest, tellsThe401sApartInTheirOrderAndWithoutRegardToCase) {
     EXPECT_THAT(classifyHttp(401, "missing viewer token"), Optional(Issue::missingViewerToken));
     EXPECT_THAT(classifyHttp(401, "invalid viewer token; missing viewer token"),
                 Optional(Issue::missingViewerToken));
+    EXPECT_THAT(classifyHttp(401, "invalid device token; missing viewer token"),
+                Optional(Issue::missingViewerToken));
     EXPECT_THAT(classifyHttp(401, "invalid viewer token; invalid device token"),
                 Optional(Issue::invalidDeviceToken));
     EXPECT_EQ(classifyHttp(401, ""), std::nullopt);

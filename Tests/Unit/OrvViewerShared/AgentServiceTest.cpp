@@ -9,6 +9,7 @@
 #include "OrvPlatform/UrlError.h"
 #include "OrvViewerShared/AgentService.h"
 #include "OrvViewerShared/RemoteChatStore.h"
+#include "OrvViewerShared/Update/ViewerUpdateCoordinator.h"
 #include "Support/AgentFixture.h"
 #include "Support/FakeProcessRunner.h"
 #include "Support/FakeWebSockets.h"
@@ -178,6 +179,14 @@ TEST_F(AgentServiceTest, aUidWithoutSupportIdCountsAsUnregistered) {
     EXPECT_THAT(timesOf("/register"), ElementsAre(0s));
 }
 
+TEST_F(AgentServiceTest, aSupportIdWithoutUidCountsAsUnregistered) {
+    ViewerState state;
+    state.supportId = "7";
+    stateFile.save(state);
+    runFor(1s);
+    EXPECT_THAT(timesOf("/register"), ElementsAre(0s));
+}
+
 TEST_F(AgentServiceTest, theStartUpHeartbeatFollowsEvenAFailedRegistration) {
     http.thenAnswer(422);
     runFor(1s);
@@ -199,6 +208,26 @@ TEST_F(AgentServiceTest, everyLoopKeepsItsPeriod) {
     const auto notificationPolls = timesOf("?command_type=user_notify");
     ASSERT_EQ(notificationPolls.size(), 1440u);
     EXPECT_EQ(notificationPolls[0], 5s);
+}
+
+TEST_F(AgentServiceTest, inventoriesAreFiveMinutesApartAtLeast) {
+    storeRegistration();
+    settings.auditIntervalMinutes = 1;
+    runFor(11min);
+    EXPECT_THAT(timesOf("/register"), ElementsAre(5min, 10min));
+}
+
+TEST_F(AgentServiceTest, repliesGoOutInTheChatsPeriodEvenWhenNoFetchSucceeds) {
+    storeRegistration();
+    http.fallback = [this](const HttpRequest& request) -> FakeHttpClient::Answer {
+        seen.push_back({clock.monotonicNow().time_since_epoch(), request.url});
+        const bool isFetch = request.url.find("/commands/pending") != std::string::npos;
+        return HttpResponse{isFetch ? 404 : 200, {}, "{}"};
+    };
+    settings.chatPollIntervalSeconds = 7;
+    plantReply("a");
+    runFor(8s);
+    EXPECT_THAT(timesOf("/chat-messages"), ElementsAre(7s));
 }
 
 TEST_F(AgentServiceTest, everyLoopGivesItsReason) {
@@ -263,6 +292,30 @@ TEST_F(AgentServiceTest, theControlChannelIsOpenedAfterTheStartUpExchange) {
     runFor(7s);
     EXPECT_EQ(webSockets.requests.size(), 3u) << "at once, after 2 s and after 4 s more";
     EXPECT_EQ(stateFile.load().connectionIssue, AgentConnectionIssue::temporarilyUnavailable);
+}
+
+TEST_F(AgentServiceTest, theControlChannelWaitsForTheAnswersOfTheStartUpExchange) {
+    http.takeTime(clock, 3s);  // the registration, then the heartbeat
+    BackgroundTask task(loop, service().runForever());
+    loop.runFor(5s);
+    EXPECT_EQ(webSockets.requests.size(), 0u);
+    loop.runFor(1s);
+    EXPECT_EQ(webSockets.requests.size(), 1u);
+    task.cancel();
+    loop.runReady();
+}
+
+TEST_F(AgentServiceTest, aFailedManualUpdateCheckIsKeptInTheState) {
+    storeRegistration();
+    webSockets.failure.reset();
+    ViewerUpdateCoordinator({root, clock, logger}).requestManualCheck();
+    http.fallback = [](const HttpRequest& request) -> FakeHttpClient::Answer {
+        const bool isCheck = request.url.ends_with("&channel=stable");
+        if (isCheck) return HttpResponse{410, {}, R"({"detail":"device is deactivated"})"};
+        return HttpResponse{200, {}, "[]"};
+    };
+    runFor(1s);
+    EXPECT_EQ(stateFile.load().connectionIssue, AgentConnectionIssue::deviceDeactivated);
 }
 
 TEST_F(AgentServiceTest, theControlConnectionIsProbedSoonAfterTheMachineWoke) {

@@ -1,3 +1,4 @@
+#include <chrono>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -90,6 +91,18 @@ TEST_F(DeviceRegistrationTest, aPayloadWithoutTextsChangesNothing) {
     EXPECT_THAT(log(), EndsWith("device_uid=- support_id=-\n"));
 }
 
+TEST_F(DeviceRegistrationTest, whatNeitherServerNorPayloadNamesStaysAsItWas) {
+    ViewerState known;
+    known.deviceUid = "u";
+    known.hostname = "h";
+    stateFile.save(known);
+    collector.inventory = Json{{"device_uid", 5}, {"hostname", nullptr}};
+    http.thenAnswer(200, "{}");
+    EXPECT_TRUE(sendInventory().succeeded);
+    EXPECT_EQ(stateFile.load().deviceUid, "u");
+    EXPECT_EQ(stateFile.load().hostname, "h");
+}
+
 TEST_F(DeviceRegistrationTest, aFailedInventoryIsLoggedRecordedAndKeepsTheIdentity) {
     http.thenAnswer(200, R"({"device_uid":"srv-1","support_id":"77","device_token":"dev"})");
     sendInventory();
@@ -107,6 +120,23 @@ TEST_F(DeviceRegistrationTest, aFailedInventoryIsLoggedRecordedAndKeepsTheIdenti
     EXPECT_EQ(state.deviceToken, "dev");
     EXPECT_THAT(log(), EndsWith("[ERROR] Inventory send failed: HTTP 410: "
                                 "{\"detail\":\"Device is deactivated\"}\n"));
+}
+
+TEST_F(DeviceRegistrationTest, aFailedInventoryLeavesTheTimeOfTheLastOneThatArrived) {
+    const WallTime arrival = clock.now();
+    EXPECT_TRUE(sendInventory().succeeded);
+    clock.sleepMachine(std::chrono::minutes(1));
+    http.thenAnswer(422);
+    EXPECT_FALSE(sendInventory().succeeded);
+    EXPECT_EQ(stateFile.load().lastInventoryAt, arrival);
+    EXPECT_EQ(stateFile.load().lastConnectionErrorAt, arrival + std::chrono::minutes(1));
+}
+
+TEST_F(DeviceRegistrationTest, aFailedHeartbeatSaysWhyAndLeavesNoTimeOfItsOwn) {
+    http.thenAnswer(410, R"({"detail":"Device is deactivated"})");
+    EXPECT_EQ(sendHeartbeat(), AgentOperationOutcome::failure(connectionIssueMessage(
+                                   AgentConnectionIssue::deviceDeactivated)));
+    EXPECT_EQ(stateFile.load().lastHeartbeatAt, std::nullopt);
 }
 
 TEST_F(DeviceRegistrationTest, heartbeatSaysThatTheDeviceLivesAndClearsTheProblem) {

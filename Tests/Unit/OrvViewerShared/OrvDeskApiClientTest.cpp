@@ -1,8 +1,12 @@
+#include <cerrno>
+#include <stdexcept>
 #include <string>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "OrvPlatform/Cancellation.h"
+#include "OrvPlatform/File.h"
 #include "OrvPlatform/Url.h"
 #include "OrvPlatform/UrlError.h"
 #include "OrvViewerShared/OrvDeskApiClient.h"
@@ -29,10 +33,14 @@ constexpr const char* offlineText =
 class MemoryTokenStore final : public DeviceTokenStoring {
 public:
     std::optional<std::string> load() const override { return token; }
-    void save(const std::string& value) override { token = value; }
+    void save(const std::string& value) override {
+        if (!canSave) throw FileError(ENOSPC, "/state");
+        token = value;
+    }
     void clear() override { token.reset(); }
 
     std::optional<std::string> token;
+    bool canSave = true;
 };
 
 class OrvDeskApiClientTest : public testing::Test {
@@ -120,6 +128,53 @@ TEST_F(OrvDeskApiClientTest, theViewerTokenIsTrimmedAndMayBeNone) {
     EXPECT_EQ(client().authorization(), std::nullopt);
 }
 
+TEST_F(OrvDeskApiClientTest, aWebSocketRequestCarriesTheSameAuthorizationOrNone) {
+    const auto request = [&] { return client().authenticatedWebSocketRequest("wss://desk/x"); };
+    settings.viewerToken = " viewer \n";
+    EXPECT_EQ(request().url, "wss://desk/x");
+    EXPECT_THAT(request().headers, ElementsAre(HttpHeader{"Authorization", "Bearer viewer"}));
+    tokens.token = "dev";
+    EXPECT_THAT(request().headers, ElementsAre(HttpHeader{"Authorization", "Device dev"}));
+    tokens.token.reset();
+    settings.viewerToken = "  ";
+    EXPECT_THAT(request().headers, IsEmpty());
+}
+
+TEST_F(OrvDeskApiClientTest, aTokenThatCannotBeSavedFailsTheRegistration) {
+    tokens.canSave = false;
+    http.thenAnswer(200, R"({"device_uid":"mac-1","device_token":"new"})");
+    EXPECT_THROW(loop.run(client().sendInventory(Json::object())), FileError);
+}
+
+TEST_F(OrvDeskApiClientTest, aRequestCancelledInItsPauseIsNotRepeated) {
+    http.thenAnswer(503);
+    OrvDeskApiClient sender = client();
+    BackgroundTask task(loop, sender.sendHeartbeat(Json::object()));
+    loop.runReady();
+    task.cancel();
+    loop.runReady();
+    ASSERT_TRUE(task.isDone);
+    try {
+        std::rethrow_exception(task.error);
+    } catch (const std::exception& error) {
+        EXPECT_TRUE(isCancellation(error));
+    }
+    EXPECT_THAT(http.requests, SizeIs(1));
+}
+
+TEST_F(OrvDeskApiClientTest, anErrorThatIsNotTheNetworksIsPassedOnAtOnce) {
+    http.fallback = [](const HttpRequest&) -> FakeHttpClient::Answer {
+        throw std::runtime_error("no descriptors left");
+    };
+    try {
+        heartbeat();
+        FAIL();
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "no descriptors left");
+    }
+    EXPECT_THAT(http.requests, SizeIs(1));
+}
+
 TEST_F(OrvDeskApiClientTest, aRejectedDeviceTokenIsDroppedAndTheRequestRepeated) {
     tokens.token = "dev";
     http.thenAnswer(401, R"({"detail":"Invalid device token"})").thenAnswer(200);
@@ -198,8 +253,12 @@ TEST_F(OrvDeskApiClientTest, aPassingNetworkProblemIsTriedOnceMore) {
          {UrlErrorCode::timedOut, UrlErrorCode::cannotFindHost, UrlErrorCode::cannotConnectToHost,
           UrlErrorCode::networkConnectionLost, UrlErrorCode::dnsLookupFailed,
           UrlErrorCode::notConnectedToInternet, UrlErrorCode::resourceUnavailable}) {
+        http.requests.clear();
+        clock.sleeps.clear();
         http.thenFail(code).thenAnswer(200);
         EXPECT_NO_THROW(heartbeat()) << urlErrorCodeName(code);
+        EXPECT_THAT(http.requests, SizeIs(2));
+        EXPECT_THAT(clock.sleeps, ElementsAre(750ms));
         http.thenFail(code).thenFail(code);
         EXPECT_EQ(errorOfHeartbeat(), ViewerError::temporarilyUnavailable(offlineText));
     }

@@ -100,6 +100,7 @@ TEST(ViewerErrorMessageTest, serverTroubleNeverShowsTheServersDetail) {
 TEST(ViewerErrorMessageTest, otherStatusesShowTheDetailOrTheNumber) {
     EXPECT_EQ(httpSentence(418, "no json"), ". Serwer zwrócił błąd HTTP 418.");
     EXPECT_EQ(httpSentence(418, R"({"detail": "Czajnik"})"), ": Czajnik");
+    EXPECT_EQ(httpSentence(499, R"({"detail": "Czajnik"})"), ": Czajnik");
     EXPECT_EQ(httpSentence(600), ". Serwer zwrócił błąd HTTP 600.");
 }
 
@@ -132,7 +133,12 @@ TEST(ViewerErrorMessageTest, explainsNetworkErrorsByTheirCode) {
          {UrlErrorCode::secureConnectionFailed, UrlErrorCode::serverCertificateUntrusted}) {
         EXPECT_EQ(of(code), ", ponieważ nie można bezpiecznie zweryfikować połączenia z serwerem.");
     }
-    for (const auto code : {UrlErrorCode::cancelled, UrlErrorCode::badUrl, UrlErrorCode::unknown}) {
+    for (const auto code :
+         {UrlErrorCode::cancelled, UrlErrorCode::badUrl, UrlErrorCode::unknown,
+          UrlErrorCode::badServerResponse, UrlErrorCode::cannotDecodeContentData,
+          UrlErrorCode::dataLengthExceedsMaximum, UrlErrorCode::httpTooManyRedirects,
+          UrlErrorCode::redirectToNonSecureUrl, UrlErrorCode::resourceUnavailable,
+          UrlErrorCode::unsupportedUrl}) {
         EXPECT_EQ(of(code), " z powodu błędu połączenia. Spróbuj ponownie.");
     }
 }

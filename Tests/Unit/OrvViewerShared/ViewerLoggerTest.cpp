@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -14,6 +16,7 @@
 #include "OrvViewerShared/Paths.h"
 #include "OrvViewerShared/ViewerLogger.h"
 #include "Support/FakeClock.h"
+#include "Support/FileFacts.h"
 #include "Support/TemporaryDirectory.h"
 
 namespace orv {
@@ -27,8 +30,8 @@ protected:
     SystemRoot root{folder.path()};
     FakeClock clock;
     ViewerLogger logger{root, clock};
-    const std::string standardFile = root.locate(paths::logDirectory) + "/wsparo.log";
-    const std::string fallbackFile = root.locate(paths::fallbackLogDirectory) + "/wsparo.log";
+    const std::string standardFile = root.locate("/Library/Logs/Wsparo Brenvox/wsparo.log");
+    const std::string fallbackFile = root.locate("/tmp/Wsparo Brenvox/wsparo.log");
 
     static std::string content(const std::string& path) { return readFile(path, 20'000'000); }
 
@@ -110,6 +113,22 @@ TEST_F(ViewerLoggerTest, movesToTheFallbackAndBack) {
     EXPECT_EQ(content(standardFile), "2026-03-01T09:15:02Z [INFO] home again\n");
 }
 
+TEST_F(ViewerLoggerTest, theAdministratorMayKeepTheLogsElsewhere) {
+    createDirectories(folder.path("elsewhere"));
+    createDirectories(root.locate("/Library/Logs"));
+    std::filesystem::create_directory_symlink(folder.path("elsewhere"),
+                                              root.locate(paths::logDirectory));
+    logger.info("x");
+    EXPECT_EQ(content(folder.path("elsewhere/wsparo.log")), "2026-03-01T09:15:02Z [INFO] x\n");
+}
+
+TEST_F(ViewerLoggerTest, everybodyMayReadTheLog) {
+    const mode_t before = ::umask(022);
+    logger.info("x");
+    ::umask(before);
+    EXPECT_EQ(modeOf(standardFile), 0644U);
+}
+
 TEST_F(ViewerLoggerTest, withoutAnyFolderTheLineIsLostQuietly) {
     std::ofstream(root.locate("/Library")) << "in the way";
     std::ofstream(root.locate("/tmp")) << "in the way";
@@ -178,6 +197,44 @@ TEST_F(ViewerLoggerTest, linesOfManyThreadsAndAnotherWriterNeverMix) {
         ASSERT_EQ(line.find_first_not_of(line.back(), 28), std::string::npos) << line;
     }
     EXPECT_EQ(count, 400);
+}
+
+/// Each look at it is a second later, and lets other threads go first.
+class HurryingClock final : public Clock {
+public:
+    WallTime now() const override {
+        const int second = ++looks;
+        std::this_thread::yield();
+        return start + std::chrono::seconds(second);
+    }
+    MonotonicTime monotonicNow() const override { return {}; }
+    Task<void> sleepFor(std::chrono::nanoseconds) override { co_return; }
+
+private:
+    const WallTime start = FakeClock().now();
+    mutable std::atomic<int> looks = 0;
+};
+
+TEST_F(ViewerLoggerTest, linesStandInTheOrderOfTheirTimesAndNoneIsLostWhenTheFileIsEmptied) {
+    putFileOfSize(limit);
+    const HurryingClock hurrying;
+    const ViewerLogger busy(root, hurrying);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([&] {
+            for (int n = 0; n < 50; ++n)
+                busy.info("x");
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+
+    std::vector<std::string> lines;
+    std::ifstream file(standardFile);
+    for (std::string line; std::getline(file, line);)
+        lines.push_back(line);
+    EXPECT_EQ(lines.size(), 400U);
+    EXPECT_TRUE(std::is_sorted(lines.begin(), lines.end()));
 }
 
 }  // namespace

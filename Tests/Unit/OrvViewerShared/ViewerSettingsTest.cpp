@@ -156,6 +156,19 @@ TEST_F(ViewerSettingsLoadTest, whatIsNoReadableFileIsAnErrorAndNoHang) {
     EXPECT_THROW(ViewerSettings::load(search), FileError);
 }
 
+TEST_F(ViewerSettingsLoadTest, aCandidateThatCannotBeReadIsNotPassedOver) {
+    search.environmentPath = folder.path("named.json");
+    putNamed(configLocation, "behind it");
+    createDirectories(*search.environmentPath);
+    EXPECT_THROW(ViewerSettings::load(search), FileError);
+    remove(search.environmentPath->c_str());
+
+    ASSERT_EQ(mkfifo(search.environmentPath->c_str(), 0600), 0);
+    EXPECT_THROW(ViewerSettings::load(search), FileError);
+    remove(search.environmentPath->c_str());
+    EXPECT_EQ(tokenLoaded(), "behind it");
+}
+
 TEST_F(ViewerSettingsLoadTest, damagedFilesAreDecodingErrorsThatQuoteNothing) {
     for (const char* text :
          {"", "{", "[]", "null", "\"viewerToken\"", "{\"viewerToken\": secret-9}"}) {
@@ -251,17 +264,29 @@ TEST(ViewerSettingsValidationTest, trimsTheTextsAndKeepsTheSchemesCase) {
 }
 
 TEST(ViewerSettingsValidationTest, onlyHttpsUrlsWithAHostAreAccepted) {
-    for (const char* url : {"http://desk.example", "https://", "https:///path", "desk.example",
-                            "ftp://desk.example", "", "https://desk example", "/"}) {
+    for (const char* url :
+         {"http://desk.example", "https://", "https:///path", "desk.example", "ftp://desk.example",
+          "", "https://desk example", "/", "https://\u00a0", "https://\u3000/x"}) {
         auto settings = settingsWith("serverBaseUrl", url).get<ViewerSettings>();
+        settings.viewerToken = " token ";
+        settings.auditIntervalMinutes = 1;
+        settings.heartbeatIntervalSeconds = 1;
+        settings.commandPollIntervalSeconds = 1;
         settings.chatPollIntervalSeconds = 99;
+        settings.controlReconnectMaxSeconds = 1;
         try {
             settings.validate();
             FAIL() << url;
         } catch (const ViewerError& error) {
             EXPECT_STREQ(error.what(), "serverBaseUrl must be a valid HTTPS URL.");
         }
-        EXPECT_EQ(settings.chatPollIntervalSeconds, 5) << "clamped even when the URL fails";
+        // All the rest is in order even when the URL is not.
+        EXPECT_EQ(settings.viewerToken, "token");
+        EXPECT_EQ(settings.auditIntervalMinutes, 5);
+        EXPECT_EQ(settings.heartbeatIntervalSeconds, 60);
+        EXPECT_EQ(settings.commandPollIntervalSeconds, 30);
+        EXPECT_EQ(settings.chatPollIntervalSeconds, 5);
+        EXPECT_EQ(settings.controlReconnectMaxSeconds, 5);
     }
     EXPECT_NO_THROW(validated(settingsWith("serverBaseUrl", "https://desk.example:8443/a/b")));
 }

@@ -1,3 +1,4 @@
+#include <filesystem>
 #include <string>
 #include <sys/stat.h>
 
@@ -10,6 +11,7 @@
 #include "OrvViewerShared/Paths.h"
 #include "OrvViewerShared/ViewerState.h"
 #include "Support/FakeClock.h"
+#include "Support/FileFacts.h"
 #include "Support/TemporaryDirectory.h"
 
 namespace orv {
@@ -109,6 +111,36 @@ TEST_F(ViewerStateFileTest, damagedFilesReadAsEmptyAreLoggedAndLeftInPlace) {
     }
 }
 
+TEST_F(ViewerStateFileTest, aDamagedStateIsNotReplacedByTheLegacyOne) {
+    put(legacyLocation, R"({"deviceUid":"old","deviceToken":"t"})");
+    put(location, "{");
+    EXPECT_EQ(file.load(), ViewerState{});
+    EXPECT_EQ(stored(), "{");
+}
+
+TEST_F(ViewerStateFileTest, whatCannotBeReadIsAnEmptyStateAndNoHang) {
+    const auto expectUnreadable = [&] {
+        EXPECT_EQ(file.load(), ViewerState{});
+        EXPECT_THAT(log(), EndsWith("could not decode /Library/Application Support/Wsparo Brenvox/"
+                                    "wsparo.state.json.\n"));
+        std::filesystem::remove(location);
+        std::filesystem::remove(logger.logFile());
+    };
+    createDirectories(location);
+    expectUnreadable();
+    ASSERT_EQ(::mkfifo(location.c_str(), 0600), 0);
+    expectUnreadable();
+    put(location, R"({"deviceUid":"mac-1"})" + std::string(1 << 20, ' '));
+    expectUnreadable();
+}
+
+TEST_F(ViewerStateFileTest, theApplicationMayReadTheState) {
+    const mode_t before = ::umask(022);
+    file.save(ViewerState{});
+    ::umask(before);
+    EXPECT_EQ(modeOf(location), 0644U);
+}
+
 TEST_F(ViewerStateFileTest, datesWithAnOffsetAreRead) {
     put(location, R"({"lastHeartbeatAt": "2026-03-01T11:15:02+02:00"})");
     EXPECT_THAT(file.load().lastHeartbeatAt, Optional(clock.now()));
@@ -184,6 +216,12 @@ TEST_F(DeviceTokenStoreTest, savesTheTrimmedTokenBesideTheRest) {
     store.save(" new \n");
     EXPECT_THAT(stored.deviceToken, Optional(std::string("new")));
     EXPECT_THAT(stored.deviceUid, Optional(std::string("mac-1")));
+}
+
+TEST_F(DeviceTokenStoreTest, aNewTokenReplacesTheOldOne) {
+    stored.deviceToken = "old";
+    store.save("new");
+    EXPECT_THAT(stored.deviceToken, Optional(std::string("new")));
 }
 
 TEST_F(DeviceTokenStoreTest, aBlankTokenChangesNothing) {
