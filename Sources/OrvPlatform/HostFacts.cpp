@@ -3,7 +3,6 @@
 #include <charconv>
 #include <ifaddrs.h>
 #include <memory>
-#include <net/if.h>
 #include <netdb.h>
 #include <stdlib.h>
 #include <sys/socket.h>
@@ -19,7 +18,7 @@ namespace {
 
 std::optional<std::string> numericAddress(const ifaddrs& interface) {
     const sockaddr* address = interface.ifa_addr;
-    if (address == nullptr || (interface.ifa_flags & IFF_UP) == 0) return std::nullopt;
+    if (address == nullptr) return std::nullopt;
     socklen_t size = 0;
     if (address->sa_family == AF_INET) size = sizeof(sockaddr_in);
     if (address->sa_family == AF_INET6) size = sizeof(sockaddr_in6);

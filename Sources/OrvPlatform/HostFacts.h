@@ -32,8 +32,8 @@ public:
     /// owns the console then).
     virtual std::optional<ConsoleUser> consoleUser() const = 0;
 
-    /// Numeric addresses of all interfaces that are up, in the interface list's order, without
-    /// those that begin with "127."; IPv6 addresses without a scope.
+    /// Numeric addresses of all interfaces, in the interface list's order, without those that
+    /// begin with "127."; IPv6 addresses without a scope.
     virtual std::vector<std::string> ipAddresses() const = 0;
 
     /// "major.minor.patch" of the running system; a part that is unknown is 0.

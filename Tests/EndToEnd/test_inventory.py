@@ -98,7 +98,7 @@ def used_bytes(sent: Sent) -> int:
 def machine_addresses() -> list[str]:
     interfaces = json.loads(subprocess.run(["ip", "-json", "address"], check=True,
                                            capture_output=True, text=True).stdout)
-    addresses = [entry["local"] for interface in interfaces if "UP" in interface["flags"]
+    addresses = [entry["local"] for interface in interfaces
                  for entry in interface["addr_info"]]
     return sorted(address for address in addresses if not address.startswith("127."))
 
