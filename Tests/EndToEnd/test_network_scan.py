@@ -119,7 +119,7 @@ def test_other_commands_do_not_wait_for_a_scan(office):
     scan = admin.queue_command(uid, "ip_scan", {"max_prefix_length": 30})
     admin.wait_until(lambda: mac.tool_calls("arp") or None, 10, "answering host")
 
-    notice = admin.queue_command(uid, "user_notify", {"title": "Spokojnie"}, wake="none")
+    notice = admin.queue_command(uid, "user_notify", {"title": "Spokojnie"})
     assert admin.wait_for_command(notice)["status"] == "completed"
 
     (mac.sample / "enough").touch()
