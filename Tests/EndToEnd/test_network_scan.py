@@ -116,10 +116,12 @@ def test_other_commands_do_not_wait_for_a_scan(office):
     mac, admin, uid = office.device.mac, office.admin, office.device.uid
     # The hosts' hardware addresses are asked for until the test lets go.
     mac.replace_tool("/usr/sbin/arp", 'until [ -e "$sample/enough" ]; do "$real/sleep" 0.02; done\n')
+    asked_before = len(mac.tool_calls("arp"))
     scan = admin.queue_command(uid, "ip_scan", {"max_prefix_length": 30})
-    admin.wait_until(lambda: mac.tool_calls("arp") or None, 10, "answering host")
+    # Fetched with the scan, the notice would have to wait for its turn.
+    admin.wait_until(lambda: len(mac.tool_calls("arp")) > asked_before or None, 10, "answering host")
 
-    notice = admin.queue_command(uid, "user_notify", {"title": "Spokojnie"})
+    notice = admin.queue_command(uid, "user_notify", {"title": "Spokojnie"}, wake="none")
     assert admin.wait_for_command(notice)["status"] == "completed"
 
     (mac.sample / "enough").touch()
