@@ -40,14 +40,17 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     target_compile_options(OrvCompilerSettings INTERFACE "SHELL:-Xclang -fno-pch-timestamp")
 endif()
 if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT ORV_SANITIZE)
-    target_compile_options(OrvCompilerSettings INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+    # The standard library checks its callers only in code that is optimised.
+    target_compile_options(OrvCompilerSettings INTERFACE
+        $<$<NOT:$<BOOL:$<TARGET_PROPERTY:ORV_UNOPTIMISED>>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
 endif()
 if(ORV_SANITIZE)
     target_compile_options(OrvCompilerSettings INTERFACE
         -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer
         # This one looks at memory through a pipe, and takes every object for a broken one while there
         # is no descriptor left for it, which is something we test.
-        -fno-sanitize=vptr)
+        -fno-sanitize=vptr
+        "-fsanitize-ignorelist=${CMAKE_CURRENT_LIST_DIR}/sanitizers.ignore")
     target_link_options(OrvCompilerSettings INTERFACE -fsanitize=address,undefined)
 endif()
 if(ORV_FUZZ)

@@ -180,6 +180,15 @@ def test_tidy_blames_the_source_among_many(tidied: Tidied):
         assert failed.stdout.endswith(f"tidy: 12 sources, {checked} checked, 1 findings\n")
 
 
+def test_tidy_blames_a_header_that_many_share(tidied: Tidied):
+    header = write(tidied.project / "Sources/Shared.h", "#pragma once\nstruct lower {};\n")
+    tidied.build({name: '#include "Shared.h"\n\n' + text for name, text in MANY.items()})
+    failed = tidied.tidy()
+    assert failed.returncode == 1
+    assert f"{header}:2:8: error: invalid case style for struct 'lower'" in failed.stdout
+    assert failed.stdout.endswith("tidy: 12 sources, 12 checked, 1 findings\n")
+
+
 @on_linux
 def test_every_declared_function_and_constant_gets_into_the_link_stub(project: Path, tmp_path: Path):
     frameworks = project / "Tools/macos/frameworks"

@@ -1,13 +1,16 @@
-"""launchctl's side of the conversation: one request and one answer, each a marshalled object.
+"""launchctl's side of the conversation, where the tool's own script got no answer.
 
 The supervisor is started when nobody answers, and asked again when it ended between two requests.
 """
 
-import _socket  # the socket module, like json, takes longer to load than everything else here
+from __future__ import annotations
+
+import _socket  # the socket module takes longer to load than everything else here
 import fcntl
-import marshal
 import os
 import sys
+
+from . import conversation
 
 _ATTEMPTS = 20
 
@@ -22,38 +25,49 @@ def main(sample: str, arguments: list[str]) -> int:
     here = os.getcwd()
     if arguments[0] == "teardown" and not os.path.exists(os.path.join(folder, "socket")):
         return 0
-    request = marshal.dumps({"arguments": arguments, "folder": here})
     # A socket's path must be short, so it is reached from its own folder.
     os.chdir(folder)
     for _ in range(_ATTEMPTS):
-        answer = _ask(request)
-        if answer:
+        reply = _ask("socket", conversation.request(here, arguments))
+        if reply:
             break
         _start(sample)
     else:
         print("launchctl: the supervisor does not answer", file=sys.stderr)
         return 1
-    reply = marshal.loads(answer)
-    sys.stdout.write(reply["output"])
-    sys.stderr.write(reply["error"])
-    return reply["code"]
+    code, output, error = reply
+    sys.stdout.write(output)
+    sys.stderr.write(error)
+    return code
 
 
-def _ask(request: bytes) -> bytes:
-    """The answer, empty when nobody is there (any more) to give one."""
+def ask_running(sample: str, arguments: list[str]) -> conversation.Reply | None:
+    """Asks a supervisor that is at work already, from outside of the sample Mac; None when there is
+    none. Paths among the arguments are absolute."""
+    try:
+        folder = os.open(os.path.join(sample, "launchd"), os.O_RDONLY | os.O_DIRECTORY)
+    except FileNotFoundError:
+        return None
+    try:
+        return _ask(f"/proc/self/fd/{folder}/socket", conversation.request("/", arguments))
+    finally:
+        os.close(folder)
+
+
+def _ask(place: str, request: bytes) -> conversation.Reply | None:
+    """None when nobody is there (any more) to answer."""
     connection = _unix_socket()
     answer = b""
     try:
-        connection.connect("socket")
+        connection.connect(place)
         connection.sendall(request)
-        connection.shutdown(_socket.SHUT_WR)
         while part := connection.recv(65536):
             answer += part
     except (FileNotFoundError, ConnectionError):
-        return b""
+        return None
     finally:
         connection.close()
-    return answer
+    return conversation.read_answer(answer) if answer else None
 
 
 def _unix_socket() -> _socket.socket:

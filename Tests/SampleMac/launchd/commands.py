@@ -8,9 +8,8 @@ import shutil
 import signal
 
 from . import jobfile
+from .conversation import Reply
 from .service import Service, Surroundings
-
-Reply = tuple[int, str, str]  # exit code, standard output, standard error
 
 _DONE: Reply = (0, "", "")
 _NO_SUCH_PROCESS = 3

@@ -8,13 +8,13 @@ from __future__ import annotations
 
 import asyncio
 import ctypes
-import marshal
 import os
 import pathlib
 import shutil
 import signal
 import sys
 
+from . import conversation
 from .commands import Commands
 from .service import Service, Surroundings
 
@@ -66,15 +66,15 @@ class Supervisor:
     async def _serve(self, reader: asyncio.StreamReader, writer: asyncio.StreamWriter) -> None:
         self._requests += 1
         try:
-            request = marshal.loads(await reader.read())
-            if request["arguments"][0] == "teardown":
+            folder, arguments = conversation.read_request(
+                await reader.readuntil(conversation.END_OF_REQUEST))
+            if arguments[0] == "teardown":
                 self.finished.set()
                 await self.everything_ended.wait()
                 reply = (0, "", "")
             else:
-                reply = await self.commands.carry_out(request["arguments"], request["folder"])
-            code, output, error = reply
-            writer.write(marshal.dumps({"code": code, "output": output, "error": error}))
+                reply = await self.commands.carry_out(arguments, folder)
+            writer.write(conversation.answer(reply))
             await writer.drain()
         finally:
             self._last_use = asyncio.get_running_loop().time()

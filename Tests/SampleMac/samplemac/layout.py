@@ -45,7 +45,7 @@ _MACHINE_PROGRAMS = {
 _SYSTEM_PYTHON = "/usr/bin/python3"
 
 # What the sample Mac's own tools are made of; reached by `.sample/real/NAME` wherever they run.
-_REAL_ONLY = "bsdtar setpriv setsid id stat ping sha1sum sha224sum sha256sum sha384sum sha512sum"
+_REAL_ONLY = "bsdtar nc setpriv setsid id stat ping sha1sum sha224sum sha256sum sha384sum sha512sum"
 
 
 def build(root: pathlib.Path, mac: variants.Variant) -> None:
@@ -124,7 +124,10 @@ def _link_programs(root: pathlib.Path) -> None:
 
 def _straight(program: str) -> str:
     """The program's path without a linked folder ("/bin" is "/usr/bin" on most machines); the
-    program itself may be a link that is told apart by its name."""
+    program itself may be a link that is told apart by its name. One of Debian's alternatives goes
+    through /etc, which is another one inside of a sample Mac."""
+    if os.path.islink(program) and os.readlink(program).startswith("/etc/"):
+        program = os.path.realpath(program)
     folder, name = os.path.split(program)
     return os.path.join(os.path.realpath(folder), name)
 
