@@ -40,9 +40,7 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     target_compile_options(OrvCompilerSettings INTERFACE "SHELL:-Xclang -fno-pch-timestamp")
 endif()
 if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT ORV_SANITIZE)
-    # The standard library checks its callers only in code that is optimised.
-    target_compile_options(OrvCompilerSettings INTERFACE
-        $<$<NOT:$<BOOL:$<TARGET_PROPERTY:ORV_UNOPTIMISED>>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
+    target_compile_options(OrvCompilerSettings INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
 endif()
 if(ORV_SANITIZE)
     target_compile_options(OrvCompilerSettings INTERFACE

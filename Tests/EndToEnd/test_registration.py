@@ -3,12 +3,14 @@
 from __future__ import annotations
 
 import json
+import os
 import signal
+import socket
+import subprocess
 
 import pytest
 from agent_process import AGENT
-
-import subprocess
+from samplemac.machine import LOG_FOLDER
 
 
 def test_registers_and_sends_a_heartbeat_as_the_device(agent, admin, mac, device_uid):
@@ -158,6 +160,38 @@ def test_settings_that_cannot_work_stop_it_with_the_reason(start_agent, mac, con
     assert error.endswith("\n")
     assert "[ERROR] Wsparo Brenvox macOS daemon failed to start: " + reason in mac.read_log()
     assert "t0ken" not in mac.read_log() + error
+
+
+def test_a_failed_start_is_told_in_one_piece(mac):
+    mac.place("/Library/Application Support/Wsparo Brenvox/wsparo.settings.json").write_text("{}")
+    # Every write is a message of its own.
+    told, standard_error = socket.socketpair(socket.AF_UNIX, socket.SOCK_DGRAM)
+    with told, standard_error:
+        ended = subprocess.run([AGENT, "--root", mac.root], stderr=standard_error, check=False)
+        message = told.recv(4096, socket.MSG_DONTWAIT).decode()
+        with pytest.raises(BlockingIOError):
+            told.recv(4096, socket.MSG_DONTWAIT)
+    assert ended.returncode == 1
+    assert message.startswith('Wsparo Brenvox daemon failed: The key "serverBaseUrl" is missing.')
+    assert message.endswith("\n")
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="mounting needs root")
+def test_a_log_folder_that_nobody_can_write_to_leaves_the_other_one(start_agent, mac):
+    mac.place("/Library/Application Support/Wsparo Brenvox/wsparo.settings.json").unlink()
+    place = mac.place(LOG_FOLDER)
+    place.mkdir(parents=True, exist_ok=True)
+    mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "ro", "tmpfs", place],
+                             capture_output=True, text=True, check=False)
+    if mounted.returncode != 0:
+        pytest.skip(f"no right to mount here: {mounted.stderr}")
+    try:
+        status, _, _ = start_agent().wait()
+    finally:
+        subprocess.run(["umount", "-l", place], check=True)
+    assert status == 1
+    log = mac.place("/tmp/Wsparo Brenvox/wsparo.log").read_text()
+    assert "[ERROR] Wsparo Brenvox macOS daemon failed to start: " in log
 
 
 def test_the_environment_names_other_settings(start_agent, mac, admin, desk, tmp_path, device_uid):

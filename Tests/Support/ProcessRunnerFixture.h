@@ -12,7 +12,6 @@
 
 #include <gtest/gtest.h>
 
-#include "OrvPlatform/Cancellation.h"
 #include "OrvPlatform/SystemProcessRunner.h"
 #include "Support/TestLoop.h"
 
@@ -61,15 +60,6 @@ protected:
     void waitFor(const BackgroundTask& task) {
         while (!task.isDone)
             loop.context.run_one_for(pollPeriod);
-    }
-
-    static bool isCancelled(const BackgroundTask& task) {
-        try {
-            if (task.error) std::rethrow_exception(task.error);
-        } catch (const std::exception& error) {
-            return isCancellation(error);
-        }
-        return false;
     }
 
     static bool exists(pid_t process) {

@@ -12,6 +12,7 @@
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/io_context.hpp>
 
+#include "OrvPlatform/Cancellation.h"
 #include "OrvPlatform/Task.h"
 #include "Support/FakeClock.h"
 
@@ -104,6 +105,16 @@ public:
     }
 
     void cancel() { signal.emit(asio::cancellation_type::terminal); }
+
+    /// Whether it has ended, and with nothing but its cancellation.
+    bool wasCancelled() const {
+        try {
+            if (error) std::rethrow_exception(error);
+        } catch (const std::exception& failure) {
+            return isCancellation(failure);
+        }
+        return false;
+    }
 
     bool isDone = false;
     std::exception_ptr error;

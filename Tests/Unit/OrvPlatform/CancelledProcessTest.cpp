@@ -24,7 +24,7 @@ TEST_F(CancelledProcessTest, cancellingEndsTheProgramAndLeavesNoZombie) {
     ASSERT_TRUE(exists(process));
     task.cancel();
     waitFor(task);
-    EXPECT_TRUE(isCancelled(task));
+    EXPECT_TRUE(task.wasCancelled());
     EXPECT_FALSE(exists(process));
 }
 
@@ -39,7 +39,7 @@ TEST_F(CancelledProcessTest, cancellingAProgramThatHasJustEndedIsNoWait) {
     const auto begin = std::chrono::steady_clock::now();
     while (!task.isDone && std::chrono::steady_clock::now() - begin < 3s)
         loop.context.run_one_for(20ms);
-    EXPECT_TRUE(isCancelled(task));
+    EXPECT_TRUE(task.wasCancelled());
     EXPECT_FALSE(exists(ended.si_pid));
     other.cancel();
     waitFor(other);
@@ -51,7 +51,7 @@ TEST_F(CancelledProcessTest, cancellingKillsAProgramThatIgnoresTheRequestToEnd) 
     const auto begin = std::chrono::steady_clock::now();
     task.cancel();
     waitFor(task);
-    EXPECT_TRUE(isCancelled(task));
+    EXPECT_TRUE(task.wasCancelled());
     EXPECT_FALSE(exists(std::stoi(output)));
     EXPECT_THAT(std::chrono::steady_clock::now() - begin, AllOf(Ge(grace), Lt(5s)));
 }
@@ -66,7 +66,7 @@ TEST_F(CancelledProcessTest, cancellingDoesNotWaitForBackgroundChildren) {
     ASSERT_FALSE(task.isDone);
     task.cancel();
     waitFor(task);
-    EXPECT_TRUE(isCancelled(task));
+    EXPECT_TRUE(task.wasCancelled());
     EXPECT_TRUE(exists(background));
     ::kill(background, SIGKILL);
 }
@@ -77,7 +77,7 @@ TEST_F(CancelledProcessTest, aCancelledProgramsBackgroundChildrenHoldNobody) {
     const pid_t background = std::stoi(output);
     task.cancel();
     waitFor(task);
-    EXPECT_TRUE(isCancelled(task));
+    EXPECT_TRUE(task.wasCancelled());
     ::kill(background, SIGKILL);
 }
 

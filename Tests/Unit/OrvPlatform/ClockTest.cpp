@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "OrvPlatform/Cancellation.h"
 #include "OrvPlatform/Clock.h"
 #include "Support/FakeClock.h"
 #include "Support/TestLoop.h"
@@ -16,15 +15,6 @@ using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 
 constexpr auto forever = std::chrono::nanoseconds::max();
-
-bool endedByCancellation(const BackgroundTask& task) {
-    try {
-        if (task.error) std::rethrow_exception(task.error);
-    } catch (const std::exception& error) {
-        return isCancellation(error);
-    }
-    return false;
-}
 
 Task<void> noteAfter(Clock& clock, std::chrono::nanoseconds duration, std::vector<int>& notes,
                      int note) {
@@ -63,7 +53,7 @@ TEST(SystemClockTest, anEndlessSleepEndsOnlyByCancellation) {
     sleeper.cancel();
     loop.runReady();
     EXPECT_TRUE(sleeper.isDone);
-    EXPECT_TRUE(endedByCancellation(sleeper));
+    EXPECT_TRUE(sleeper.wasCancelled());
 }
 
 TEST(SystemClockTest, aTaskThatIsCancelledBeforeItBeganNeverSleeps) {
@@ -75,7 +65,7 @@ TEST(SystemClockTest, aTaskThatIsCancelledBeforeItBeganNeverSleeps) {
         sleeper->cancel();
     });
     loop.runReady();
-    EXPECT_TRUE(endedByCancellation(*sleeper));
+    EXPECT_TRUE(sleeper->wasCancelled());
 }
 
 TEST(FakeClockTest, standsStillUntilItIsMoved) {
@@ -117,7 +107,7 @@ TEST(FakeClockTest, aCancelledSleeperLeaves) {
     loop.runReady();
     sleeper.cancel();
     loop.runReady();
-    EXPECT_TRUE(endedByCancellation(sleeper));
+    EXPECT_TRUE(sleeper.wasCancelled());
     EXPECT_EQ(clock.sleepers(), 0U);
     EXPECT_FALSE(clock.wakeNext());
 }

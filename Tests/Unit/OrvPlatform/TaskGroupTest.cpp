@@ -58,15 +58,6 @@ public:
     }
 };
 
-bool wasCancelled(const BackgroundTask& task) {
-    try {
-        if (task.error) std::rethrow_exception(task.error);
-    } catch (const std::exception& error) {
-        return isCancellation(error);
-    }
-    return false;
-}
-
 TEST_F(TaskGroupTest, runsTasksSideBySide) {
     TaskGroup group(loop.executor(), report);
     group.spawn("slow", sleepThenNote(2s, "slow"));
@@ -211,7 +202,7 @@ TEST_F(TaskGroupTest, cancellingTheJoinerCancelsTheTasksAndStillWaitsForThem) {
     EXPECT_FALSE(joiner.isDone) << "a second cancellation must not cut the wait short";
     loop.runFor(1s);
     EXPECT_TRUE(joiner.isDone);
-    EXPECT_TRUE(wasCancelled(joiner)) << "whoever was cancelled must learn of it";
+    EXPECT_TRUE(joiner.wasCancelled()) << "whoever was cancelled must learn of it";
     EXPECT_THAT(notes, ElementsAre("slow ended"));
     EXPECT_EQ(group.running(), 0U);
 }
@@ -227,7 +218,7 @@ TEST_F(TaskGroupTest, afterJoiningTheTaskCanStillBeCancelled) {
     EXPECT_EQ(clock.sleepers(), 1U);
     joiner.cancel();
     loop.runReady();
-    EXPECT_TRUE(wasCancelled(joiner));
+    EXPECT_TRUE(joiner.wasCancelled());
 }
 
 TEST_F(TaskGroupTest, destroyingTheGroupCancelsWithoutWaiting) {
