@@ -2,8 +2,11 @@
 
 from __future__ import annotations
 
+import functools
 import json
 import os
+import subprocess
+import tempfile
 from pathlib import Path
 from typing import Any
 
@@ -15,10 +18,20 @@ NEW = "0.2.56"
 ANNA = 501
 
 
+@functools.cache
+def _built_agent() -> bytes:
+    """Without its symbols, which are half of what a sanitizer build's program has for packages to
+    carry. A report's addresses are those of the built one."""
+    with tempfile.TemporaryDirectory() as folder:
+        stripped = Path(folder, "agent")
+        subprocess.run(["strip", "-o", stripped, BUILD / "WsparoAgent"], check=True)
+        return stripped.read_bytes()
+
+
 def agent_program(version: str) -> bytes:
     """The built agent itself. Another version of it differs in nothing but the text of the version,
     which must be as long as the built one's."""
-    built, old = (BUILD / "WsparoAgent").read_bytes(), f"{OLD}\0".encode()
+    built, old = _built_agent(), f"{OLD}\0".encode()
     assert old in built and len(version) == len(OLD)
     return built.replace(old, f"{version}\0".encode())
 

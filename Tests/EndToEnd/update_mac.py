@@ -187,8 +187,7 @@ class UpdateMac(SampleMac):
     # What has become of it
 
     def is_running(self, target: str) -> bool:
-        printed = self.run("/bin/launchctl", "print", target).stdout
-        return "\n\tstate = running\n" in printed
+        return "\n\tstate = running\n" in self.description_of(target)
 
     def status(self) -> dict:
         return json.loads(self.place(STATUS).read_text())
@@ -206,8 +205,7 @@ class UpdateMac(SampleMac):
 
     def running_version(self) -> str:
         """Of the daemon's process, when it is one that `program` has made; empty without one."""
-        pid = re.search(r"\n\tpid = (\d+)\n",
-                        self.run("/bin/launchctl", "print", DAEMON_TARGET).stdout)
+        pid = re.search(r"\n\tpid = (\d+)\n", self.description_of(DAEMON_TARGET))
         try:
             environment = Path(f"/proc/{pid[1]}/environ").read_text() if pid else ""
         except (FileNotFoundError, ProcessLookupError):

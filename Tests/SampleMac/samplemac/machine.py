@@ -209,6 +209,16 @@ class SampleMac:
         code, output, error = reply
         return subprocess.CompletedProcess(["launchctl", *arguments], code, output, error)
 
+    def description_of(self, target: str) -> str:
+        """What `launchctl print` shows of a service, without a process for each look of a test that
+        waits; empty when launchd has no such service."""
+        for kind in ("loaded", "resident"):
+            try:
+                return (self.sample / "launchd" / kind / target).read_text()
+            except FileNotFoundError:
+                pass
+        return ""
+
     def write_job(self, path: str, values: dict) -> pathlib.Path:
         """A job file as an installer leaves it: of root, and nobody else may write it."""
         file = self.place(path)
