@@ -48,7 +48,8 @@ if(ORV_SANITIZE)
         # This one looks at memory through a pipe, and takes every object for a broken one while there
         # is no descriptor left for it, which is something we test.
         -fno-sanitize=vptr
-        "-fsanitize-ignorelist=${CMAKE_CURRENT_LIST_DIR}/sanitizers.ignore")
+        # Only clang knows such lists.
+        "$<$<CXX_COMPILER_ID:Clang,AppleClang>:-fsanitize-ignorelist=${CMAKE_CURRENT_LIST_DIR}/sanitizers.ignore>")
     target_link_options(OrvCompilerSettings INTERFACE -fsanitize=address,undefined)
 endif()
 if(ORV_FUZZ)

@@ -189,6 +189,23 @@ def test_tidy_blames_a_header_that_many_share(tidied: Tidied):
     assert failed.stdout.endswith("tidy: 12 sources, 12 checked, 1 findings\n")
 
 
+@pytest.mark.parametrize("mistake, report", [
+    ("(std::chrono::nanoseconds::max() + std::chrono::nanoseconds(count)).count()", "signed integer overflow"),
+    ("std::accumulate(new int[1], new int[1] + count, 0)", "heap-buffer-overflow"),
+    ("*std::unique_ptr<int>()", "null pointer"),
+])
+def test_the_sanitizers_see_what_goes_wrong_in_library_headers(tmp_path: Path, mistake, report):
+    source = write(tmp_path / "mistake.cpp", "#include <chrono>\n#include <memory>\n#include <numeric>\n"
+                   f"int main(int count, char**) {{ return ({mistake}) == 1; }}\n")
+    subprocess.run(
+        ["clang++-19", "-std=c++20", "-w", "-fsanitize=address,undefined", "-fno-sanitize-recover=all",
+         f"-fsanitize-ignorelist={ROOT}/cmake/sanitizers.ignore", source, "-o", tmp_path / "mistake"],
+        check=True)
+    ended = run(tmp_path / "mistake")
+    assert ended.returncode != 0
+    assert report in ended.stderr
+
+
 @on_linux
 def test_every_declared_function_and_constant_gets_into_the_link_stub(project: Path, tmp_path: Path):
     frameworks = project / "Tools/macos/frameworks"
