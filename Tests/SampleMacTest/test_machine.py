@@ -5,6 +5,7 @@ import os
 import pathlib
 import plistlib
 import shutil
+import statistics
 import subprocess
 import time
 
@@ -14,17 +15,21 @@ BUILD = pathlib.Path(__file__).resolve().parent.parent / "SampleMac/build"
 TOOLS = BUILD.parent / "tools"
 
 
-def test_building_is_quick_and_writes_the_settings(tmp_path):
+def processor_seconds(*command):
+    """What a program's run costs. Not the time on the wall: other tests run beside this one."""
     before = os.times()
-    result = subprocess.run(
-        [BUILD, tmp_path / "mac", "--variant", "desktop", "--helpdesk", "https://localhost:8443",
-         "--viewer-token", "żeton", "--set", "heartbeatIntervalSeconds=60",
-         "--set", "note=not json"], capture_output=True, text=True, check=True)
+    result = subprocess.run(command, capture_output=True, text=True, check=True)
     after = os.times()
-    # Not the time on the wall: other tests run beside this one.
-    work = (after.children_user + after.children_system
-            - before.children_user - before.children_system)
-    assert work < 0.7
+    return result, (after.children_user + after.children_system
+                    - before.children_user - before.children_system)
+
+
+def test_building_is_quick_and_writes_the_settings(tmp_path):
+    result, work = processor_seconds(
+        BUILD, tmp_path / "mac", "--variant", "desktop", "--helpdesk", "https://localhost:8443",
+        "--viewer-token", "żeton", "--set", "heartbeatIntervalSeconds=60", "--set", "note=not json")
+    yardsticks = [processor_seconds("/usr/bin/python3", "-c", "import asyncio")[1] for _ in range(5)]
+    assert work < 7 * statistics.median(yardsticks)
     assert result.stdout == f"{tmp_path / 'mac'}\n"
     settings = json.loads((tmp_path / "mac/Library/Application Support/Wsparo Brenvox"
                            / "wsparo.settings.json").read_text())

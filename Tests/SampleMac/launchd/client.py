@@ -28,7 +28,7 @@ def main(sample: str, arguments: list[str]) -> int:
     # A socket's path must be short, so it is reached from its own folder.
     os.chdir(folder)
     for _ in range(_ATTEMPTS):
-        reply = _ask("socket", conversation.request(here, arguments))
+        reply = ask("socket", conversation.request(here, arguments))
         if reply:
             break
         _start(sample)
@@ -41,20 +41,7 @@ def main(sample: str, arguments: list[str]) -> int:
     return code
 
 
-def ask_running(sample: str, arguments: list[str]) -> conversation.Reply | None:
-    """Asks a supervisor that is at work already, from outside of the sample Mac; None when there is
-    none. Paths among the arguments are absolute."""
-    try:
-        folder = os.open(os.path.join(sample, "launchd"), os.O_RDONLY | os.O_DIRECTORY)
-    except FileNotFoundError:
-        return None
-    try:
-        return _ask(f"/proc/self/fd/{folder}/socket", conversation.request("/", arguments))
-    finally:
-        os.close(folder)
-
-
-def _ask(place: str, request: bytes) -> conversation.Reply | None:
+def ask(place: str, request: bytes) -> conversation.Reply | None:
     """None when nobody is there (any more) to answer."""
     connection = _unix_socket()
     answer = b""
@@ -77,13 +64,7 @@ def _unix_socket() -> _socket.socket:
 def _start(sample: str) -> None:
     import subprocess  # only the first call of all pays for it
 
-    with open("start.lock", "a", encoding="utf-8") as lock:
-        fcntl.flock(lock, fcntl.LOCK_EX)
-        probe = _unix_socket()
-        answered = probe.connect_ex("socket") == 0
-        probe.close()
-        if answered:
-            return
+    def launch() -> None:
         listening, ready = os.pipe()
         with open("supervisor.log", "ab") as log:
             # Its own session: it must outlive whoever needed it first.
@@ -95,3 +76,17 @@ def _start(sample: str) -> None:
         os.close(ready)
         os.read(listening, 1)
         os.close(listening)
+
+    unless_one_answers(".", launch)
+
+
+def unless_one_answers(folder: str, launch) -> None:
+    """Calls `launch` to start a supervisor: once, however many ask for it at the same moment.
+    `folder` is launchd's, by a name short enough for a socket's path."""
+    with open(f"{folder}/start.lock", "a", encoding="utf-8") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        probe = _unix_socket()
+        answered = probe.connect_ex(f"{folder}/socket") == 0
+        probe.close()
+        if not answered:
+            launch()

@@ -41,22 +41,26 @@ def main(arguments: list[str]) -> int:
     if not os.path.isfile(f"{mac}/.sample/programs"):
         print(f"enter: {mac} is not a sample Mac", file=sys.stderr)
         return 1
-    here = os.getcwd()
     try:
-        new_root = _make_root(mac, keep)
+        step_inside(mac, keep)
     except OSError as error:
         print(f"enter: no mount namespace here, which needs root on Linux: {error}",
               file=sys.stderr)
         return _NOT_POSSIBLE
-    os.chroot(new_root)
-    os.chdir(here if os.path.isdir(here) else "/")
-    os.environ["PATH"] = "/usr/bin:/bin:/usr/sbin:/sbin"
-    os.environ["HOME"] = "/var/root"
     try:
         os.execvp(command[0], command)
     except OSError as error:
         print(f"enter: {command[0]}: {error.strerror}", file=sys.stderr)
         return 127
+
+
+def step_inside(mac: str, keep: list[str]) -> None:
+    """Puts this process where the sample Mac is "/". Throws OSError where the rights are missing."""
+    here = os.getcwd()
+    os.chroot(_make_root(mac, keep))
+    os.chdir(here if os.path.isdir(here) else "/")
+    os.environ["PATH"] = "/usr/bin:/bin:/usr/sbin:/sbin"
+    os.environ["HOME"] = "/var/root"
 
 
 def _call(name: str, *arguments: object) -> None:

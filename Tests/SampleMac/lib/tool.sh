@@ -25,9 +25,27 @@ fail() {
     exit "$code"
 }
 
+# show FILE: its text. The shell reads the usual few lines by itself: to start another program takes
+# longer than all else that most tools do.
+show() {
+    shown=
+    lines=0
+    {
+        while [ "$lines" -lt 50 ] && IFS= read -r line; do
+            shown=$shown$line'
+'
+            line=
+            lines=$((lines + 1))
+        done
+        printf '%s' "$shown$line"
+        [ "$lines" -lt 50 ] || "$real/cat"
+    } < "$1"
+}
+
 # answer NAME: the tool's whole answer is that file.
 answer() {
-    exec "$real/cat" "$answers/$1"
+    show "$answers/$1"
+    exit
 }
 
 # first_line FILE: its first line in `value`; false when there is no such file.

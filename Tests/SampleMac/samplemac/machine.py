@@ -11,7 +11,7 @@ import shlex
 import shutil
 import subprocess
 
-from launchd import client
+from launchd import outside
 from launchd.text import Description
 
 from . import applications, layout, remote_tools, variants
@@ -202,12 +202,20 @@ class SampleMac:
     def launchctl(self, *arguments: str) -> subprocess.CompletedProcess:
         # Without a process of its own, where the tool would only pass it on.
         passed_on = arguments and arguments[0] not in ("print", "asuser")
-        reply = client.ask_running(str(self.sample), list(arguments)) if passed_on else None
+        reply = self._ask_launchd(list(arguments)) if passed_on else None
         if reply is None:
             start = self.enter if self.entered else self.run
             return start("/bin/launchctl", *arguments)
         code, output, error = reply
         return subprocess.CompletedProcess(["launchctl", *arguments], code, output, error)
+
+    def _ask_launchd(self, arguments: list[str]) -> tuple[int, str, str] | None:
+        """None where launchctl itself has to see to it."""
+        reply = outside.ask_running(str(self.sample), arguments)
+        if reply is None and arguments[0] != "teardown":
+            outside.start(str(self.root), self.entered)
+            reply = outside.ask_running(str(self.sample), arguments)
+        return reply
 
     def description_of(self, target: str) -> str:
         """What `launchctl print` shows of a service, without a process for each look of a test that
