@@ -2,24 +2,20 @@
 
 #include <cerrno>
 #include <dirent.h>
-#include <memory>
-#include <string_view>
+#include <fcntl.h>
 #include <sys/stat.h>
 
+#include "OrvPlatform/DirectoryStream.h"
 #include "OrvPlatform/File.h"
 
 namespace orv {
 
 namespace {
 
-struct CloseDirectory {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
-
-bool isDirectoryEntry(DIR* directory, const dirent& entry) {
+bool isDirectoryEntry(int directory, const dirent& entry) {
     if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_DIR;
     struct stat status{};
-    return fstatat(dirfd(directory), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+    return fstatat(directory, entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
            S_ISDIR(status.st_mode);
 }
 
@@ -37,18 +33,11 @@ WallTime modificationTime(const struct stat& status) {
 
 std::vector<DirectoryEntry> readDirectory(const std::string& path) {
     if (hasNul(path)) throw FileError(EINVAL, path);
-    const std::unique_ptr<DIR, CloseDirectory> directory(opendir(path.c_str()));
-    if (!directory) throw FileError(errno, path);
+    DirectoryStream directory(opendir(path.c_str()), path);
     std::vector<DirectoryEntry> entries;
-    for (;;) {
-        errno = 0;
-        const dirent* entry = readdir(directory.get());
-        if (entry == nullptr) break;
-        const std::string_view name = entry->d_name;
-        if (name == "." || name == "..") continue;
-        entries.push_back({std::string(name), isDirectoryEntry(directory.get(), *entry)});
+    while (const dirent* entry = directory.next()) {
+        entries.push_back({entry->d_name, isDirectoryEntry(directory.descriptor(), *entry)});
     }
-    if (errno != 0) throw FileError(errno, path);
     return entries;
 }
 

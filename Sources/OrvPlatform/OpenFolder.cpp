@@ -1,20 +1,16 @@
 #include "OrvPlatform/OpenFolder.h"
 
 #include <cerrno>
-#include <dirent.h>
 #include <fcntl.h>
-#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
+#include "OrvPlatform/DirectoryStream.h"
+
 namespace orv {
 
 namespace {
-
-struct CloseDirectory {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
 
 constexpr int openFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
@@ -69,18 +65,11 @@ OpenFolder OpenFolder::madeSubfolder(const std::string& name, mode_t mode) const
 void OpenFolder::forEachName(const std::function<bool(std::string_view name)>& call) const {
     // Opened anew: a duplicate would share its position with every other reading.
     FileDescriptor again = opened({folder.get(), ".", path}, 0);
-    const std::unique_ptr<DIR, CloseDirectory> directory(fdopendir(again.get()));
-    if (!directory) throw FileError(errno, path);
+    DirectoryStream directory(fdopendir(again.get()), path);
     again.release();
-    for (;;) {
-        errno = 0;
-        const dirent* entry = readdir(directory.get());
-        if (entry == nullptr) break;
-        const std::string_view name = entry->d_name;
-        if (name == "." || name == "..") continue;
-        if (!call(name)) return;
+    while (const dirent* entry = directory.next()) {
+        if (!call(entry->d_name)) return;
     }
-    if (errno != 0) throw FileError(errno, path);
 }
 
 std::string OpenFolder::readFile(const std::string& name, std::uint64_t limitBytes) const {

@@ -14,12 +14,13 @@ namespace orv {
 
 namespace {
 
-constexpr unsigned maximumDepth = 512;
+constexpr unsigned maximumNesting = 512;
 constexpr std::uint64_t maximumUnfoldedBytes = 64 << 20;
 constexpr std::uint64_t bytesPerObject = 16;
 
 [[noreturn]] void throwTooDeep() {
-    throw DecodingError(fmt::format("A property list nested deeper than {} levels.", maximumDepth));
+    throw DecodingError(
+        fmt::format("A property list nested deeper than {} levels.", maximumNesting));
 }
 
 [[noreturn]] void throwDamaged() {
@@ -48,7 +49,7 @@ public:
     }
 
     void run() {
-        if (unfold(top, 1).height > maximumDepth) throwTooDeep();
+        if (unfold(top, 1).height > maximumNesting) throwTooDeep();
     }
 
 private:
@@ -131,7 +132,7 @@ private:
     }
 
     Object unfold(std::uint64_t index, unsigned depth) {
-        if (depth > maximumDepth) throwTooDeep();
+        if (depth > maximumNesting) throwTooDeep();
         const Head head = headAt(positionOf(index));
         Object& object = objects[static_cast<std::size_t>(index)];
         if (object.progress == Progress::begun)
@@ -202,7 +203,7 @@ void checkXml(std::string_view text) {
                 !tag.starts_with("</") && !tag.starts_with("<!") && !tag.ends_with('/');
             if (tag.starts_with("</") && depth > 0) --depth;
             // The elements "plist" and the innermost text stand around and inside the levels.
-            if (opens && ++depth > maximumDepth + 2) throwTooDeep();
+            if (opens && ++depth > maximumNesting + 2) throwTooDeep();
         }
     }
 }
