@@ -76,24 +76,29 @@ class Tidied:
 
     def build(self, sources: dict[str, str]) -> None:
         """Compiles these from now on."""
-        self.compile([write(self.project / f"Sources/{name}.cpp", text)
+        self.compile([(0, write(self.project / f"Sources/{name}.cpp", text))
                       for name, text in sources.items()])
 
-    def build_together(self, sources: dict[str, str]) -> None:
-        """Compiles these from now on, as CMake does for a unity build."""
-        files = [write(self.project / f"Sources/{name}.cpp", text) for name, text in sources.items()]
-        self.compile([write(self.project / "build/Unity/unity_0_cxx.cxx",
-                            "".join(f'#include "{file}"\n' for file in files))])
+    def build_together(self, *programs: dict[str, str]) -> None:
+        """Compiles these from now on, as CMake does for unity builds."""
+        self.compile([(number, self.joined(f"{number}/Unity/unity_0_cxx.cxx", sources))
+                      for number, sources in enumerate(programs)])
 
-    def compile(self, files: list[Path]) -> None:
+    def joined(self, name: str, sources: dict[str, str]) -> Path:
+        files = [write(self.project / f"Sources/{name}.cpp", text) for name, text in sources.items()]
+        return write(self.project / "build" / name,
+                     "".join(f'#include "{file}"\n' for file in files))
+
+    def compile(self, files: list[tuple[int, Path]]) -> None:
+        """Each as a part of the program with this number."""
         build, commands = self.project / "build", []
-        ninja = "rule c\n  command = clang++-19 -std=c++20 -MD -MF $out.d -o $out -c $in\n" \
+        ninja = "rule c\n  command = clang++-19 -std=c++20 -DNUMBER=$number -MD -MF $out.d -o $out -c $in\n" \
             "  depfile = $out.d\n  deps = gcc\n"
-        for file in files:
-            name = file.stem
-            command = f"clang++-19 -std=c++20 -MD -MF {name}.o.d -o {name}.o -c {file}"
+        for number, file in files:
+            name = f"{number}-{file.stem}.o"
+            command = f"clang++-19 -std=c++20 -DNUMBER={number} -o {name} -c {file}"
             commands.append({"directory": str(build), "file": str(file), "command": command})
-            ninja += f"build {name}.o: c {file}\n"
+            ninja += f"build {name}: c {file}\n  number = {number}\n"
         write(build / "compile_commands.json", json.dumps(commands))
         write(build / "build.ninja", ninja)
         subprocess.run(["ninja", "-C", build], check=True, capture_output=True)
@@ -147,7 +152,7 @@ def test_tidy_remembers_what_it_has_checked_together(tidied: Tidied):
     assert tidied.tidy().stdout == "tidy: 12 sources, 0 checked, 0 findings\n"
 
 
-def test_tidy_checks_one_by_one_what_has_names_in_common(tidied: Tidied):
+def test_tidy_checks_apart_what_has_names_in_common(tidied: Tidied):
     own = "namespace {\nint own() {\n    return 1;\n}\n}  // namespace\n\n"
     common = {name: own + text.replace("return", "return own() *")
               for name, text in MANY.items() if name in ("N01", "N02")}
@@ -169,6 +174,11 @@ def test_tidy_knows_the_sources_of_a_unity_build(tidied: Tidied):
     assert failed.returncode == 1
     assert f"{tidied.project}/Sources/Two.cpp:1:5: error: invalid case style" in failed.stdout
     assert failed.stdout.endswith("tidy: 2 sources, 1 checked, 1 findings\n")
+
+
+def test_tidy_compiles_a_source_as_its_program_does(tidied: Tidied):
+    tidied.build_together(*({f"N{number}": f"static_assert(NUMBER == {number});\n"} for number in range(3)))
+    assert tidied.tidy().stdout == "tidy: 3 sources, 3 checked, 0 findings\n"
 
 
 def test_tidy_blames_the_source_among_many(tidied: Tidied):
