@@ -4,6 +4,7 @@ block store ("BOMStore") that the Mac's installer and lsbom read. All numbers ar
 from __future__ import annotations
 
 import struct
+import zlib
 from typing import Iterable
 
 from .tree import Entry
@@ -111,25 +112,13 @@ def _empty_tree(store: _Store, node_size: int = _NODE_SIZE) -> bytes:
     return _tree(store.add(_node([], size=node_size)), 0, node_size)
 
 
-def _checksum_table() -> list[int]:
-    table = []
-    for byte in range(256):
-        value = byte << 24
-        for _ in range(8):
-            value = (value << 1 ^ 0x04C11DB7) & 0xFFFFFFFF if value & 0x80000000 else value << 1
-        table.append(value)
-    return table
-
-
-_TABLE = _checksum_table()
+_BITS_REVERSED = bytes(int(f"{byte:08b}"[::-1], 2) for byte in range(256))
 
 
 def posix_checksum(content: bytes) -> int:
-    """As cksum prints it: the content's bytes, then those of its length."""
+    """As cksum prints it: the content's bytes, then those of its length. The same polynomial as zlib's,
+    from the other end of each byte and of the result, and beginning with 0, which zlib inverts."""
     length = len(content)
     tail = length.to_bytes((length.bit_length() + 7) // 8, "little")
-    value = 0
-    table = _TABLE
-    for byte in content + tail:
-        value = (value << 8 & 0xFFFFFFFF) ^ table[value >> 24 ^ byte]
-    return value ^ 0xFFFFFFFF
+    value = zlib.crc32((content + tail).translate(_BITS_REVERSED), 0xFFFFFFFF)
+    return int(f"{value:032b}"[::-1], 2)
