@@ -9,7 +9,6 @@ get_filename_component(root "${here}/../.." ABSOLUTE)
 set(frameworks "${root}/build/macos-frameworks")
 
 set(CMAKE_C_COMPILER "${here}/bin/macos-cc")
-set(CMAKE_CXX_COMPILER "${here}/bin/macos-c++")
 set(CMAKE_AR "${here}/bin/macos-ar" CACHE FILEPATH "")
 set(CMAKE_RANLIB "${here}/bin/macos-ranlib" CACHE FILEPATH "")
 find_program(CMAKE_INSTALL_NAME_TOOL llvm-install-name-tool-19)  # CMake insists on it for Darwin
@@ -26,6 +25,11 @@ set(CMAKE_OSX_DEPLOYMENT_TARGET "" CACHE STRING "" FORCE)
 
 if(NOT MACOS_PREFIX)
     set(MACOS_PREFIX "${root}/build/macos-prefix")
+endif()
+if(MACOS_PREFIX STREQUAL "${root}/build/macos-prefix")
+    set(CMAKE_CXX_COMPILER "${here}/bin/macos-check-c++")
+else()
+    set(CMAKE_CXX_COMPILER "${here}/bin/macos-c++")
 endif()
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES MACOS_PREFIX)
 
