@@ -8,8 +8,10 @@
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/buffers_to_string.hpp>
 #include <boost/beast/http/read.hpp>
-#include <boost/beast/websocket/ssl.hpp>
+#include <boost/beast/websocket/stream.hpp>
 #include <fmt/format.h>
+
+#include "OrvPlatform/TlsStream.h"
 
 namespace orv::test {
 
@@ -25,33 +27,53 @@ void ignoreFailure(const std::string&, const std::exception&) {
 
 }  // namespace
 
+/// Kept from the header, which many tests include.
+struct ServerConnection::Streams {
+    websocket::stream<TlsStream> socket;
+    TlsStream& tls() { return socket.next_layer(); }
+};
+
+ServerConnection::ServerConnection(tcp::socket accepted, asio::ssl::context& context)
+    : streams(new Streams{websocket::stream<TlsStream>(std::move(accepted), context)}) {
+}
+
+ServerConnection::~ServerConnection() = default;
+
+tcp::socket& ServerConnection::tcp() {
+    return streams->tls().next_layer();
+}
+
 Task<void> ServerConnection::readRequest() {
-    co_await socket.next_layer().async_handshake(asio::ssl::stream_base::server,
-                                                 asio::use_awaitable);
+    co_await streams->tls().async_handshake(asio::ssl::stream_base::server, asio::use_awaitable);
     boost::beast::flat_buffer buffer;
-    co_await http::async_read(socket.next_layer(), buffer, request, asio::use_awaitable);
+    co_await http::async_read(streams->tls(), buffer, request, asio::use_awaitable);
 }
 
 Task<void> ServerConnection::upgrade(bool withCompression) {
     co_await readRequest();
     websocket::permessage_deflate compression;
     compression.server_enable = withCompression;
-    socket.set_option(compression);
-    socket.control_callback([this](websocket::frame_type kind, boost::beast::string_view) {
+    streams->socket.set_option(compression);
+    streams->socket.control_callback([this](websocket::frame_type kind, boost::beast::string_view) {
         if (kind == websocket::frame_type::ping) ++pings;
-        if (kind == websocket::frame_type::close) closeCode = socket.reason().code;
+        if (kind == websocket::frame_type::close) closeCode = streams->socket.reason().code;
     });
-    co_await socket.async_accept(request, asio::use_awaitable);
+    co_await streams->socket.async_accept(request, asio::use_awaitable);
+}
+
+Task<void> ServerConnection::send(std::string text) {
+    const auto buffer = asio::buffer(text);
+    co_await streams->socket.async_write(buffer, asio::use_awaitable);
 }
 
 Task<void> ServerConnection::sendRaw(std::string bytes) {
     const auto buffer = asio::buffer(bytes);
-    co_await asio::async_write(socket.next_layer(), buffer, asio::use_awaitable);
+    co_await asio::async_write(streams->tls(), buffer, asio::use_awaitable);
 }
 
 Task<std::string> ServerConnection::receive() {
     boost::beast::flat_buffer buffer;
-    co_await socket.async_read(buffer, asio::use_awaitable);
+    co_await streams->socket.async_read(buffer, asio::use_awaitable);
     co_return boost::beast::buffers_to_string(buffer.data());
 }
 
@@ -64,7 +86,7 @@ Task<void> ServerConnection::swallowToTheEnd() {
     std::string bytes(4096, '\0');
     const auto buffer = asio::buffer(bytes);
     for (;;)
-        co_await socket.next_layer().async_read_some(buffer, asio::use_awaitable);
+        co_await streams->tls().async_read_some(buffer, asio::use_awaitable);
 }
 
 void ServerConnection::reset() {

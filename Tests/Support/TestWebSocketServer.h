@@ -9,11 +9,8 @@
 
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl/context.hpp>
-#include <boost/asio/ssl/stream.hpp>
-#include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/message.hpp>
 #include <boost/beast/http/string_body.hpp>
-#include <boost/beast/websocket/stream.hpp>
 
 #include "OrvPlatform/Task.h"
 #include "OrvPlatform/TaskGroup.h"
@@ -26,10 +23,11 @@ class ServerConnection {
 public:
     using Request = boost::beast::http::request<boost::beast::http::string_body>;
 
-    ServerConnection(asio::ip::tcp::socket accepted, asio::ssl::context& context)
-        : socket(std::move(accepted), context) {}
+    ServerConnection(asio::ip::tcp::socket accepted, asio::ssl::context& context);
+    ~ServerConnection();
+    ServerConnection(const ServerConnection&) = delete;
+    ServerConnection& operator=(const ServerConnection&) = delete;
 
-    boost::beast::websocket::stream<asio::ssl::stream<asio::ip::tcp::socket>> socket;
     Request request;              // the upgrade's
     int pings = 0;                // seen by receive()
     std::uint16_t closeCode = 0;  // of the client's close frame; 0 while there is none
@@ -39,6 +37,9 @@ public:
 
     /// TLS handshake and the client's request, which is not answered yet.
     Task<void> readRequest();
+
+    /// A whole text message, compressed where the upgrade agreed on it.
+    Task<void> send(std::string text);
 
     /// Bytes of the server's own making, under TLS.
     Task<void> sendRaw(std::string bytes);
@@ -55,7 +56,11 @@ public:
 
     void reset();
 
-    asio::ip::tcp::socket& tcp() { return socket.next_layer().next_layer(); }
+    asio::ip::tcp::socket& tcp();
+
+private:
+    struct Streams;
+    std::unique_ptr<Streams> streams;
 };
 
 /// One unmasked frame: the first byte (FIN and opcode) as given, the length in its shortest form.

@@ -37,8 +37,7 @@ Task<void> resetAtOnce(Connection connection) {
 
 Task<void> sendCompressed(Connection connection, std::string text) {
     co_await connection->upgrade(true);
-    const auto buffer = asio::buffer(text);
-    co_await connection->socket.async_write(buffer, asio::use_awaitable);
+    co_await connection->send(std::move(text));
     co_await connection->readToTheEnd();
 }
 

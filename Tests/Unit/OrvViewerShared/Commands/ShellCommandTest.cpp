@@ -22,7 +22,7 @@ namespace {
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 
-const std::string marker = "\n...[output truncated by Wsparo Brenvox]...";
+const std::string truncationMarker = "\n...[output truncated by Wsparo Brenvox]...";
 
 /// The rules, with shells that only pretend.
 class ShellCommandTest : public testing::Test {
@@ -140,7 +140,7 @@ TEST_F(ShellCommandTest, cutsEachOutputBehindItsLimit) {
         {.standardOutput = std::string(1000, 'o'), .standardError = std::string(1001, 'e')});
     const Json answer = execute(R"({"command": "ls", "max_output_chars": 10})");
     EXPECT_EQ(answer["stdout"], std::string(1000, 'o'));
-    EXPECT_EQ(answer["stderr"], std::string(1000, 'e') + marker);
+    EXPECT_EQ(answer["stderr"], std::string(1000, 'e') + truncationMarker);
 }
 
 TEST_F(ShellCommandTest, clampsTheOutputLimit) {
@@ -148,7 +148,8 @@ TEST_F(ShellCommandTest, clampsTheOutputLimit) {
     const auto keptFor = [this](const std::string& value) {
         const std::string payload =
             fmt::format(R"({{"command": "ls", "max_output_chars": {}}})", value);
-        return execute(payload.c_str())["stdout"].get<std::string>().size() - marker.size();
+        return execute(payload.c_str())["stdout"].get<std::string>().size() -
+               truncationMarker.size();
     };
     EXPECT_EQ(keptFor("0"), 1000U);
     EXPECT_EQ(keptFor("2000"), 2000U);
