@@ -125,8 +125,9 @@ UrlError urlErrorOf(const CurlFailure& failure) {
         case CURLE_URL_MALFORMAT: return inItsOwnWords(Code::badUrl, failure);
         case CURLE_WEIRD_SERVER_REPLY:
         case CURLE_UNSUPPORTED_PROTOCOL:  // an answer that is not HTTP; the URL was checked before
+            return inItsOwnWords(Code::badServerResponse, failure);
         case CURLE_HTTP2:
-        case CURLE_HTTP2_STREAM: return inItsOwnWords(Code::badServerResponse, failure);
+        case CURLE_HTTP2_STREAM: return inItsOwnWords(Code::cannotParseResponse, failure);
         case CURLE_OUT_OF_MEMORY:
         case CURLE_WRITE_ERROR:  // refused by us for want of memory
             return {Code::resourceUnavailable, "There is not enough memory for the transfer"};

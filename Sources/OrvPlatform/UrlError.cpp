@@ -12,6 +12,7 @@ std::string_view urlErrorCodeName(UrlErrorCode code) {
         case UrlErrorCode::cannotConnectToHost: return "cannotConnectToHost";
         case UrlErrorCode::cannotDecodeContentData: return "cannotDecodeContentData";
         case UrlErrorCode::cannotFindHost: return "cannotFindHost";
+        case UrlErrorCode::cannotParseResponse: return "cannotParseResponse";
         case UrlErrorCode::dataLengthExceedsMaximum: return "dataLengthExceedsMaximum";
         case UrlErrorCode::dnsLookupFailed: return "dnsLookupFailed";
         case UrlErrorCode::httpTooManyRedirects: return "httpTooManyRedirects";

@@ -7,12 +7,13 @@
 namespace orv {
 
 enum class UrlErrorCode {
-    badServerResponse,
+    badServerResponse,  ///< what came is not HTTP, or no WebSocket where one was asked for
     badUrl,
     cancelled,
     cannotConnectToHost,
     cannotDecodeContentData,
     cannotFindHost,
+    cannotParseResponse,  ///< an HTTP/2 conversation that broke its rules
     dataLengthExceedsMaximum,
     dnsLookupFailed,
     httpTooManyRedirects,

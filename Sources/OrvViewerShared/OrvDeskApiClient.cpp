@@ -151,6 +151,9 @@ Task<std::string> OrvDeskApiClient::performRequest(std::string method, std::stri
                     "za kilka sekund.");
             }
         } catch (const UrlError& error) {
+            if (error.code() == UrlErrorCode::badServerResponse) {
+                throw ViewerError::invalidResponse("Missing HTTP response.");
+            }
             if (!isTransientNetworkError(error)) throw;
             if (isLastAttempt) {
                 throw ViewerError::temporarilyUnavailable(

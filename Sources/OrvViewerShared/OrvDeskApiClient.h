@@ -66,7 +66,8 @@ public:
                                                     std::optional<Json> json);
 
     /// One request, repeated once after 0.75 s when the server or the network has a moment's
-    /// problem. Returns the body of an answer 200 to 299.
+    /// problem. Returns the body of an answer 200 to 299. Throws ViewerError, and the UrlError of
+    /// what another attempt would not change.
     Task<std::string> performRequest(std::string method, std::string url,
                                      std::shared_ptr<const std::string> jsonBody,
                                      std::optional<std::string> customerSessionToken,

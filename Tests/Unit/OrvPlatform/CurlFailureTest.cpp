@@ -100,7 +100,7 @@ TEST(CurlFailureTest, everythingElseHasItsCode) {
         {CURLE_URL_MALFORMAT, UrlErrorCode::badUrl},
         {CURLE_WEIRD_SERVER_REPLY, UrlErrorCode::badServerResponse},
         {CURLE_UNSUPPORTED_PROTOCOL, UrlErrorCode::badServerResponse},
-        {CURLE_HTTP2_STREAM, UrlErrorCode::badServerResponse},
+        {CURLE_HTTP2_STREAM, UrlErrorCode::cannotParseResponse},
         {CURLE_SSL_CIPHER, UrlErrorCode::secureConnectionFailed},
         {CURLE_SSL_ENGINE_INITFAILED, UrlErrorCode::secureConnectionFailed},
         {CURLE_OUT_OF_MEMORY, UrlErrorCode::resourceUnavailable},
@@ -114,9 +114,9 @@ TEST(CurlFailureTest, everythingElseHasItsCode) {
 
 TEST(CurlFailureTest, withoutWordsOfItsOwnTheCodesNameStands) {
     EXPECT_EQ(describe({.result = CURLE_HTTP2}),
-              std::string(curl_easy_strerror(CURLE_HTTP2)) + " (badServerResponse)");
+              std::string(curl_easy_strerror(CURLE_HTTP2)) + " (cannotParseResponse)");
     EXPECT_EQ(describe({.result = CURLE_HTTP2, .text = "what happened"}),
-              "what happened (badServerResponse)");
+              "what happened (cannotParseResponse)");
 }
 
 }  // namespace

@@ -218,7 +218,8 @@ TEST_F(OrvDeskApiClientTest, otherNetworkErrorsArePassedOnAtOnce) {
     for (const auto code :
          {UrlErrorCode::badUrl, UrlErrorCode::cancelled, UrlErrorCode::secureConnectionFailed,
           UrlErrorCode::serverCertificateUntrusted, UrlErrorCode::unknown,
-          UrlErrorCode::dataLengthExceedsMaximum, UrlErrorCode::redirectToNonSecureUrl}) {
+          UrlErrorCode::cannotParseResponse, UrlErrorCode::dataLengthExceedsMaximum,
+          UrlErrorCode::redirectToNonSecureUrl}) {
         http.requests.clear();
         http.thenFail(code);
         try {
@@ -230,6 +231,16 @@ TEST_F(OrvDeskApiClientTest, otherNetworkErrorsArePassedOnAtOnce) {
         EXPECT_THAT(http.requests, SizeIs(1));
     }
     EXPECT_THAT(clock.sleeps, IsEmpty());
+}
+
+TEST_F(OrvDeskApiClientTest, anAnswerThatIsNotHttpIsNoAnswer) {
+    const auto missing = ViewerError::invalidResponse("Missing HTTP response.");
+    http.thenFail(UrlErrorCode::badServerResponse);
+    EXPECT_EQ(errorOfHeartbeat(), missing);
+    EXPECT_THAT(http.requests, SizeIs(1));
+    EXPECT_THAT(clock.sleeps, IsEmpty());
+    http.thenAnswer(503).thenFail(UrlErrorCode::badServerResponse);
+    EXPECT_EQ(errorOfHeartbeat(), missing);
 }
 
 TEST_F(OrvDeskApiClientTest, mixedTroubleIsJudgedByTheLastAttempt) {

@@ -136,9 +136,9 @@ TEST(ViewerErrorMessageTest, explainsNetworkErrorsByTheirCode) {
     for (const auto code :
          {UrlErrorCode::cancelled, UrlErrorCode::badUrl, UrlErrorCode::unknown,
           UrlErrorCode::badServerResponse, UrlErrorCode::cannotDecodeContentData,
-          UrlErrorCode::dataLengthExceedsMaximum, UrlErrorCode::httpTooManyRedirects,
-          UrlErrorCode::redirectToNonSecureUrl, UrlErrorCode::resourceUnavailable,
-          UrlErrorCode::unsupportedUrl}) {
+          UrlErrorCode::cannotParseResponse, UrlErrorCode::dataLengthExceedsMaximum,
+          UrlErrorCode::httpTooManyRedirects, UrlErrorCode::redirectToNonSecureUrl,
+          UrlErrorCode::resourceUnavailable, UrlErrorCode::unsupportedUrl}) {
         EXPECT_EQ(of(code), " z powodu błędu połączenia. Spróbuj ponownie.");
     }
 }

@@ -42,7 +42,8 @@ protected:
 
     /// What the state file, the log and the status said at each recorded error.
     void recordError() {
-        atRecord.push_back(coordinator.readStatus()->phase +
+        const auto status = coordinator.readStatus();
+        atRecord.push_back((status ? status->phase : "no status") +
                            (log().find("[ERROR]") == std::string::npos ? "" : " logged"));
     }
 
@@ -138,6 +139,19 @@ TEST_F(UpdateLoopsTest, aFailedManualCheckIsRecordedThenShownThenLogged) {
     EXPECT_EQ(status->currentVersion, "0.2.55");
     EXPECT_EQ(status->logPath, paths::updateLogPath);
     EXPECT_THAT(log(), HasSubstr("[ERROR] Manual macOS update check failed: "));
+}
+
+TEST_F(UpdateLoopsTest, aFailedManualCheckIsShownBeforeItIsLogged) {
+    http.fallback = [this](const HttpRequest&) {
+        std::filesystem::remove(place(paths::updateStatusPath));
+        createDirectories(place(paths::updateStatusPath) + "/in the way");
+        return UrlError(UrlErrorCode::timedOut, "");
+    };
+    coordinator.requestManualCheck();
+    loop.run(loops.runManualStep());
+    const auto shown = log().find("[ERROR] Update status write failed: ");
+    ASSERT_NE(shown, std::string::npos);
+    EXPECT_GT(log().find("[ERROR] Manual macOS update check failed: "), shown);
 }
 
 TEST_F(UpdateLoopsTest, garbageInsteadOfAManifestEndsNoLoop) {
