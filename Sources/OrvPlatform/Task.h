@@ -1,5 +1,8 @@
 #pragma once
 
+#include <optional>
+#include <utility>
+
 #include <boost/asio/any_io_executor.hpp>
 #include <boost/asio/awaitable.hpp>
 
@@ -12,5 +15,13 @@ namespace asio = boost::asio;
 /// how every interrupted wait of this program ends.
 template <typename Value = void>
 using Task = asio::awaitable<Value>;
+
+/// The task with its value left at the place, which must outlive it: for code that runs tasks
+/// without knowing what they return, and is compiled once for all of them.
+template <typename Value>
+Task<void> keepValue(Task<Value> task, std::optional<Value>* place) {
+    Value value = co_await std::move(task);
+    place->emplace(std::move(value));
+}
 
 }  // namespace orv
